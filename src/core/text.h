@@ -1,0 +1,34 @@
+#pragma once
+// Small text helpers shared by the subsystems.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velmora::text {
+
+// Splits at every occurrence of `separator`, keeping empty pieces.
+std::vector<std::string> split(std::string_view text, char separator);
+
+// Joins with `separator` between the pieces.
+std::string join(const std::vector<std::string>& pieces, std::string_view separator);
+
+// Trims ASCII white space (space, tab, line breaks, vertical tab, form feed) at both ends.
+std::string trimmed(std::string_view text);
+
+// Decodes UTF-8, replacing every invalid sequence by U+FFFD, so the result is valid UTF-8.
+std::string repairedUtf8(std::string_view bytes);
+
+// Decodes UTF-8 into Unicode scalars, invalid sequences becoming U+FFFD.
+std::u32string utf32(std::string_view bytes);
+
+// Encodes Unicode scalars as UTF-8.
+std::string utf8(std::u32string_view scalars);
+
+// True when `bytes` is valid UTF-8.
+bool isValidUtf8(std::string_view bytes);
+
+// Lower-case hexadecimal, two digits a byte.
+std::string hex(const unsigned char* bytes, std::size_t count);
+
+}  // namespace velmora::text

@@ -1,0 +1,134 @@
+#include "nla/nla_login.h"
+
+#include "core/text.h"
+#include "nla/md4.h"
+#include "platform/credential_store.h"
+#include "platform/system_log.h"
+
+#include <cctype>
+#include <vector>
+
+namespace velmora::NLALogin {
+
+namespace {
+
+// Space separators (Unicode category Zs) and the tab: what a user name is trimmed of.
+bool isSpaceLike(char32_t c) {
+    return c == U'\t' || c == U' ' || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) || c == 0x202F ||
+           c == 0x205F || c == 0x3000;
+}
+
+// Grapheme clusters, approximated: a base scalar with the combining marks, joiners and variation
+// selectors that follow it counts once.
+bool extendsCluster(char32_t c) {
+    return (c >= 0x0300 && c <= 0x036F) || (c >= 0x1AB0 && c <= 0x1AFF) || (c >= 0x1DC0 && c <= 0x1DFF) ||
+           (c >= 0x20D0 && c <= 0x20FF) || (c >= 0xFE20 && c <= 0xFE2F) || (c >= 0xFE00 && c <= 0xFE0F) ||
+           c == 0x200D || (c >= 0x1F3FB && c <= 0x1F3FF) || (c >= 0xE0100 && c <= 0xE01EF);
+}
+
+std::size_t characterCount(const std::u32string& scalars) {
+    std::size_t count = 0;
+    bool joined = false;
+    for (std::size_t i = 0; i < scalars.size(); ++i) {
+        char32_t c = scalars[i];
+        if (i > 0 && (extendsCluster(c) || joined)) {
+            joined = c == 0x200D;
+            continue;
+        }
+        joined = false;
+        ++count;
+    }
+    return count;
+}
+
+bool isHexDigit(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
+
+std::optional<std::string> keychainLoad() {
+    platform::SecretReading reading = platform::readSecret(service, account);
+    if (reading.status != platform::secretSuccess) return std::nullopt;
+    if (!text::isValidUtf8(reading.data)) return std::nullopt;
+    auto colon = reading.data.rfind(':');
+    if (colon == std::string::npos || colon == 0) return std::nullopt;
+    return reading.data;
+}
+
+bool keychainStore(const std::string& entryText) {
+    int status = platform::updateSecret(service, account, entryText);
+    if (status == platform::secretItemNotFound) status = platform::addSecret(service, account, entryText);
+    if (status != platform::secretSuccess) {
+        platform::systemLog("[Velmora app] Windows login: Keychain error " + std::to_string(status));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string ntHashHex(const std::string& password) {
+    std::vector<std::uint8_t> bytes;
+    for (char32_t c : text::utf32(password)) {
+        auto put = [&](std::uint32_t unit) {
+            bytes.push_back(static_cast<std::uint8_t>(unit & 0xFF));
+            bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
+        };
+        if (c <= 0xFFFF) {
+            put(c);
+        } else {
+            std::uint32_t v = c - 0x10000;
+            put(0xD800 + (v >> 10));
+            put(0xDC00 + (v & 0x3FF));
+        }
+    }
+    std::uint8_t digest[16] = {};
+    velmora_nt_hash(bytes.data(), bytes.size(), digest);
+    return text::hex(digest, sizeof digest);
+}
+
+std::optional<std::string> entry(const std::string& user, const std::string& hashHex) {
+    std::u32string name = text::utf32(user);
+    std::size_t first = 0;
+    std::size_t last = name.size();
+    while (first < last && isSpaceLike(name[first])) ++first;
+    while (last > first && isSpaceLike(name[last - 1])) --last;
+    name = name.substr(first, last - first);
+
+    std::size_t characters = characterCount(name);
+    if (characters == 0 || characters >= 128) return std::nullopt;
+    for (char32_t c : name)
+        if (c == U':' || c == U'\\' || c == U'@' || c < 0x20) return std::nullopt;
+    if (hashHex.size() != 32) return std::nullopt;
+    std::string lower;
+    for (char c : hashHex) {
+        if (!isHexDigit(c)) return std::nullopt;
+        lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return text::utf8(name) + ":" + lower;
+}
+
+std::optional<std::string> load() { return keychainLoad(); }
+
+bool save(const std::string& userName, const std::string& password) {
+    auto made = entry(userName, ntHashHex(password));
+    if (!made) return false;
+    return keychainStore(*made);
+}
+
+bool rename(const std::string& userName) {
+    auto stored = keychainLoad();
+    if (!stored) return false;
+    std::string hash = stored->substr(stored->rfind(':') + 1);
+    auto made = entry(userName, hash);
+    if (!made) return false;
+    return keychainStore(*made);
+}
+
+void clear() { platform::deleteSecret(service, account); }
+
+std::optional<std::string> user(const std::optional<std::string>& entryText) {
+    if (!entryText) return std::nullopt;
+    auto colon = entryText->rfind(':');
+    if (colon == std::string::npos || colon == 0) return std::nullopt;
+    return entryText->substr(0, colon);
+}
+
+}  // namespace velmora::NLALogin

@@ -1,0 +1,51 @@
+#include "permissions/app_log.h"
+
+#include "platform/paths.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace velmora::AppLog {
+
+std::string path() { return platform::logFilePath(); }
+
+std::string timestamp(std::chrono::system_clock::time_point when) {
+    using namespace std::chrono;
+    auto sinceEpoch = when.time_since_epoch();
+    auto wholeSeconds = floor<seconds>(sinceEpoch);
+    auto millis = duration_cast<milliseconds>(sinceEpoch - wholeSeconds).count();
+    std::time_t t = static_cast<std::time_t>(wholeSeconds.count());
+    std::tm local{};
+    localtime_r(&t, &local);
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%02d:%02d:%02d:%03d", local.tm_hour, local.tm_min, local.tm_sec,
+                  static_cast<int>(millis));
+    return buffer;
+}
+
+std::string line(const std::string& message, std::chrono::system_clock::time_point when) {
+    return "[" + timestamp(when) + "] [Velmora app] " + message + "\n";
+}
+
+void writeTo(const std::string& logPath, const std::string& message) {
+    if (logPath.empty()) return;
+    std::string text = line(message, std::chrono::system_clock::now());
+    // O_APPEND makes the single write land at the end, whoever else appends meanwhile.
+    int fd = ::open(logPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) return;
+    std::size_t written = 0;
+    while (written < text.size()) {
+        ssize_t n = ::write(fd, text.data() + written, text.size() - written);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        written += static_cast<std::size_t>(n);
+    }
+    ::close(fd);
+}
+
+void write(const std::string& message) { writeTo(path(), message); }
+
+}  // namespace velmora::AppLog

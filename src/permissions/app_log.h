@@ -1,0 +1,27 @@
+#pragma once
+// The application log shared with the server: every line the application writes is
+// "[HH:mm:ss:SSS] [Velmora app] " plus the message. Each call opens, appends and closes on its own,
+// so whole lines land at the end even while the server appends to the same file.
+
+#include <chrono>
+#include <string>
+
+namespace velmora::AppLog {
+
+// The log file's path for this user.
+std::string path();
+
+// "HH:mm:ss:SSS" in local time.
+std::string timestamp(std::chrono::system_clock::time_point when);
+
+// The whole line for `message`, ending in a line feed.
+std::string line(const std::string& message, std::chrono::system_clock::time_point when);
+
+// Appends one line to the log at path(). Never fails visibly: a missing folder, an unwritable file
+// or a write error drops the line. The folder is never created here.
+void write(const std::string& message);
+
+// The same, for a log at another path.
+void writeTo(const std::string& logPath, const std::string& message);
+
+}  // namespace velmora::AppLog

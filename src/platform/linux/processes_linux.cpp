@@ -1,0 +1,35 @@
+#include "platform/processes.h"
+
+#include <climits>
+#include <cstdlib>
+#include <dirent.h>
+#include <unistd.h>
+
+namespace velmora::platform {
+
+std::vector<pid_t> allProcessIds() {
+    std::vector<pid_t> ids;
+    DIR* proc = ::opendir("/proc");
+    if (!proc) return ids;
+    while (dirent* entry = ::readdir(proc)) {
+        char* end = nullptr;
+        long value = std::strtol(entry->d_name, &end, 10);
+        if (end != entry->d_name && *end == '\0' && value > 0) ids.push_back(static_cast<pid_t>(value));
+    }
+    ::closedir(proc);
+    return ids;
+}
+
+std::string executablePathOf(pid_t pid) {
+    char buffer[4096];
+    std::string link = "/proc/" + std::to_string(pid) + "/exe";
+    ssize_t n = ::readlink(link.c_str(), buffer, sizeof buffer);
+    if (n <= 0 || n >= static_cast<ssize_t>(sizeof buffer)) return {};
+    std::string path(buffer, static_cast<std::size_t>(n));
+    // A replaced or deleted executable reads "<path> (deleted)"; the path is still the one it ran from.
+    constexpr const char* deleted = " (deleted)";
+    if (path.size() > 10 && path.compare(path.size() - 10, 10, deleted) == 0) path.resize(path.size() - 10);
+    return path;
+}
+
+}  // namespace velmora::platform

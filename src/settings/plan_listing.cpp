@@ -1,0 +1,26 @@
+#include "settings/plan_listing.h"
+
+#include <set>
+
+namespace velmora {
+
+std::string planListing(const LaunchPlan& plan, const Environment& own) {
+    std::string out;
+    for (const auto& argument : plan.arguments) out += argument + "\n";
+    out += "\n";
+    std::set<std::string> names;
+    for (const auto& [name, value] : plan.environment) names.insert(name);
+    for (const auto& [name, value] : own) names.insert(name);
+    for (const auto& name : names) {
+        auto planned = plan.environment.find(name);
+        auto inherited = own.find(name);
+        if (planned == plan.environment.end()) {
+            out += "-" + name + "\n";
+        } else if (inherited == own.end() || inherited->second != planned->second) {
+            out += name + "=" + (name == "MAC_SHADOW_NLA" ? std::string("[removed]") : planned->second) + "\n";
+        }
+    }
+    return out;
+}
+
+}  // namespace velmora

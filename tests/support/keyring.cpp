@@ -1,0 +1,24 @@
+#include "support/keyring.h"
+
+#include "platform/credential_store.h"
+
+#include <cstdlib>
+
+namespace velmora::test {
+
+bool keyringAvailable(std::string& why) {
+    if (!std::getenv("DBUS_SESSION_BUS_ADDRESS")) {
+        why = "no D-Bus session: run the tests through scripts/test.sh, which starts a private keyring";
+        return false;
+    }
+    // A harmless round trip on an item of our own proves the keyring is there and unlocked.
+    int status = platform::addSecret("com.velmora.test", "probe", "x");
+    platform::deleteSecret("com.velmora.test", "probe");
+    if (status != platform::secretSuccess) {
+        why = "the keyring did not answer (status " + std::to_string(status) + ")";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace velmora::test

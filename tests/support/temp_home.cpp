@@ -1,0 +1,53 @@
+#include "support/temp_home.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace velmora::test {
+
+namespace {
+const char* const variables[] = {"HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "XDG_DATA_HOME"};
+}
+
+TempHome::TempHome() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "velmora-test-XXXXXX").string();
+    if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+    root_ = pattern;
+    for (const char* name : variables) {
+        const char* value = std::getenv(name);
+        saved_[name] = value ? std::optional<std::string>(value) : std::nullopt;
+    }
+    ::setenv("HOME", root_.c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", configHome().c_str(), 1);
+    ::setenv("XDG_STATE_HOME", stateHome().c_str(), 1);
+    ::setenv("XDG_DATA_HOME", dataHome().c_str(), 1);
+}
+
+TempHome::~TempHome() {
+    for (const auto& [name, value] : saved_) {
+        if (value) ::setenv(name.c_str(), value->c_str(), 1);
+        else ::unsetenv(name.c_str());
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(root_, ignored);
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+void writeFile(const std::string& path, const std::string& contents) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << contents;
+}
+
+bool fileExists(const std::string& path) { return std::filesystem::exists(path); }
+
+}  // namespace velmora::test

@@ -1,0 +1,32 @@
+#pragma once
+// A private home for one test: HOME and the XDG folders point into a fresh temporary directory
+// that is removed afterwards, so tests never touch the real user's files.
+
+#include <map>
+#include <optional>
+#include <string>
+
+namespace velmora::test {
+
+class TempHome {
+public:
+    TempHome();
+    ~TempHome();
+    TempHome(const TempHome&) = delete;
+    TempHome& operator=(const TempHome&) = delete;
+
+    const std::string& path() const { return root_; }
+    std::string configHome() const { return root_ + "/config"; }
+    std::string stateHome() const { return root_ + "/state"; }
+    std::string dataHome() const { return root_ + "/data"; }
+
+private:
+    std::string root_;
+    std::map<std::string, std::optional<std::string>> saved_;
+};
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& contents);
+bool fileExists(const std::string& path);
+
+}  // namespace velmora::test
