@@ -29,6 +29,10 @@ std::string executablePath();
 // The install prefix (Linux) or the .app (macOS) that holds the running executable.
 std::string bundleRoot();
 
+// The end of the server executable's path in any installed copy of Velmora; processes whose
+// executable ends so are Velmora servers (Linux: "/libexec/velmora/velmora-server").
+std::string serverExecutableSuffix();
+
 // Creates `path` and its missing parents (mode 0700 for new folders); true when it exists after.
 bool makeDirectories(const std::string& path);
 

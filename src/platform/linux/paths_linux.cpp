@@ -74,6 +74,8 @@ std::string bundleRoot() {
     return parentOf(parentOf(executablePath()));
 }
 
+std::string serverExecutableSuffix() { return "/libexec/velmora/velmora-server"; }
+
 bool makeDirectories(const std::string& path) {
     if (path.empty()) return false;
     struct stat info{};

@@ -56,6 +56,8 @@ std::string bundleRoot() {
     return parentOf(parentOf(parentOf(executablePath())));
 }
 
+std::string serverExecutableSuffix() { return "/Velmora Server.app/Contents/MacOS/freerdp-shadow-cli"; }
+
 bool makeDirectories(const std::string& path) {
     if (path.empty()) return false;
     struct stat info{};
