@@ -1,0 +1,57 @@
+#include "nla/nla_login.h"
+
+#include <gtest/gtest.h>
+
+using velmora::NLALogin::entry;
+using velmora::NLALogin::user;
+
+namespace {
+const std::string hash = "8846f7eaee8fb117ad06bdd830b7586c";
+}
+
+TEST(LoginEntry, TrimsSpacesAndTabsButNotLineBreaks) {
+    EXPECT_EQ(entry("  anna\t", hash), "anna:" + hash);
+    // U+00A0 and U+3000 are space separators too.
+    EXPECT_EQ(entry("\xC2\xA0" "anna\xE3\x80\x80", hash), "anna:" + hash);
+    EXPECT_EQ(entry("anna\n", hash), std::nullopt);
+    EXPECT_EQ(entry("an\tna", hash), std::nullopt);
+    EXPECT_EQ(entry("   ", hash), std::nullopt);
+    EXPECT_EQ(entry("", hash), std::nullopt);
+}
+
+TEST(LoginEntry, RefusesSeparatorsAndControlCharactersButAcceptsDelete) {
+    EXPECT_EQ(entry("DOMAIN\\anna", hash), std::nullopt);
+    EXPECT_EQ(entry("anna@example.org", hash), std::nullopt);
+    EXPECT_EQ(entry("an:na", hash), std::nullopt);
+    EXPECT_EQ(entry(std::string("an\x01na"), hash), std::nullopt);
+    EXPECT_EQ(entry("an\x7Fna", hash), "an\x7Fna:" + hash);
+    EXPECT_EQ(entry("J\xC3\xBCrgen M\xC3\xBCller", hash), "J\xC3\xBCrgen M\xC3\xBCller:" + hash);
+}
+
+TEST(LoginEntry, CountsCharactersNotBytesUpTo127) {
+    EXPECT_TRUE(entry(std::string(127, 'a'), hash));
+    EXPECT_FALSE(entry(std::string(128, 'a'), hash));
+    std::string umlauts;
+    for (int i = 0; i < 127; ++i) umlauts += "\xC3\xBC";  // 254 bytes, 127 characters
+    EXPECT_TRUE(entry(umlauts, hash));
+    // "e" plus a combining acute accent is one character.
+    std::string accented;
+    for (int i = 0; i < 127; ++i) accented += "e\xCC\x81";
+    EXPECT_TRUE(entry(accented, hash));
+    EXPECT_FALSE(entry(accented + "e", hash));
+}
+
+TEST(LoginEntry, NeedsExactlyThirtyTwoHexDigitsAndStoresThemLowerCase) {
+    EXPECT_EQ(entry("anna", "8846F7EAEE8FB117AD06BDD830B7586C"), "anna:" + hash);
+    EXPECT_FALSE(entry("anna", hash.substr(1)));
+    EXPECT_FALSE(entry("anna", hash + "0"));
+    EXPECT_FALSE(entry("anna", "g846f7eaee8fb117ad06bdd830b7586c"));
+}
+
+TEST(LoginEntry, UserOfSplitsAtTheLastColon) {
+    EXPECT_EQ(user(std::nullopt), std::nullopt);
+    EXPECT_EQ(user(std::string("no colon")), std::nullopt);
+    EXPECT_EQ(user(":" + hash), std::nullopt);
+    EXPECT_EQ(user("anna:" + hash), "anna");
+    EXPECT_EQ(user(std::string("a:b:c")), "a:b");
+}

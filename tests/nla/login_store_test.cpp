@@ -1,0 +1,140 @@
+// The Windows login against the real keyring (a private gnome-keyring started by the test command).
+
+#include "nla/login_form.h"
+#include "nla/nla_login.h"
+#include "platform/credential_store.h"
+#include "support/keyring.h"
+#include "support/run_command.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace NLALogin = velmora::NLALogin;
+namespace platform = velmora::platform;
+using velmora::test::runCommand;
+
+namespace {
+
+const std::string annaHash = NLALogin::ntHashHex("correct horse");
+
+// How many keyring items answer to the login's service and account.
+int storedItems() {
+    auto result = runCommand({"/usr/bin/secret-tool", "search", "--all", "service", NLALogin::service, "account",
+                              NLALogin::account});
+    std::istringstream lines(result.out + result.err);
+    int count = 0;
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("[/", 0) == 0) ++count;
+    return count;
+}
+
+void storeRaw(const std::string& bytes) {
+    NLALogin::clear();
+    ASSERT_EQ(platform::addSecret(NLALogin::service, NLALogin::account, bytes), platform::secretSuccess);
+}
+
+class LoginStore : public ::testing::Test {
+protected:
+    void SetUp() override {
+        VELMORA_REQUIRE_KEYRING();
+        NLALogin::clear();
+    }
+    void TearDown() override { NLALogin::clear(); }
+};
+
+}  // namespace
+
+TEST_F(LoginStore, SaveLoadRenameAndClearKeepOneItemHoldingOnlyTheHash) {
+    EXPECT_EQ(NLALogin::load(), std::nullopt);
+    NLALogin::clear();  // clearing nothing is fine
+    EXPECT_FALSE(NLALogin::rename("bob"));
+
+    ASSERT_TRUE(NLALogin::save("  anna ", "correct horse"));
+    EXPECT_EQ(NLALogin::load(), "anna:" + annaHash);
+    EXPECT_EQ(storedItems(), 1);
+
+    ASSERT_TRUE(NLALogin::save("anna", "battery staple"));
+    EXPECT_EQ(NLALogin::load(), "anna:" + NLALogin::ntHashHex("battery staple"));
+    EXPECT_EQ(storedItems(), 1) << "a second save must update the item in place";
+
+    ASSERT_TRUE(NLALogin::rename("bob"));
+    EXPECT_EQ(NLALogin::load(), "bob:" + NLALogin::ntHashHex("battery staple"));
+    EXPECT_FALSE(NLALogin::rename("DOMAIN\\bob"));
+    EXPECT_FALSE(NLALogin::save("bob@corp", "x"));
+    EXPECT_EQ(NLALogin::load(), "bob:" + NLALogin::ntHashHex("battery staple"));
+
+    NLALogin::clear();
+    EXPECT_EQ(NLALogin::load(), std::nullopt);
+    EXPECT_EQ(storedItems(), 0);
+}
+
+TEST_F(LoginStore, OddItemsLoadAsAbsentOrAsTheyAre) {
+    storeRaw("\xFF\xFE" "anna:" + annaHash);
+    EXPECT_EQ(NLALogin::load(), std::nullopt) << "not UTF-8";
+    storeRaw("no colon here");
+    EXPECT_EQ(NLALogin::load(), std::nullopt);
+    storeRaw(":" + annaHash);
+    EXPECT_EQ(NLALogin::load(), std::nullopt) << "empty user name";
+
+    // A malformed hash still loads, but cannot be renamed, and stays as it was.
+    storeRaw("anna:not-a-hash");
+    EXPECT_EQ(NLALogin::load(), "anna:not-a-hash");
+    EXPECT_EQ(NLALogin::user(NLALogin::load()), "anna");
+    EXPECT_FALSE(NLALogin::rename("bob"));
+    EXPECT_EQ(NLALogin::load(), "anna:not-a-hash");
+}
+
+TEST_F(LoginStore, TheLoginFormSaysWhatTheSettingsWindowSays) {
+    using namespace velmora::LoginForm;
+    EXPECT_EQ(apply("anna", ""), std::string(passwordNeeded));
+    EXPECT_EQ(apply("anna@corp", "pw"), std::string(badNameOrKeyring));
+    EXPECT_EQ(NLALogin::load(), std::nullopt);
+
+    EXPECT_EQ(apply("\tanna ", "pw"), std::nullopt);
+    EXPECT_EQ(NLALogin::load(), "anna:" + NLALogin::ntHashHex("pw"));
+    // A name without a password renames, keeping the hash.
+    EXPECT_EQ(apply("bob", ""), std::nullopt);
+    EXPECT_EQ(NLALogin::load(), "bob:" + NLALogin::ntHashHex("pw"));
+    EXPECT_EQ(apply("b:ob", ""), std::string(badName));
+    // A name of only spaces removes the login.
+    EXPECT_EQ(apply("   ", "ignored"), std::nullopt);
+    EXPECT_EQ(NLALogin::load(), std::nullopt);
+}
+
+TEST_F(LoginStore, TheCommandLineSetsShowsAndClearsTheLogin) {
+    const std::string velmora = velmora::test::builtExecutable("bin/velmora");
+    auto show = [&] { return runCommand({velmora, "login", "show"}).out; };
+    EXPECT_EQ(show(), "not set\n");
+
+    auto set = runCommand({velmora, "login", "set", "anna"}, {}, "s3cret pass\n");
+    EXPECT_EQ(set.exitCode, 0) << set.err;
+    EXPECT_EQ(show(), "anna\n");
+    EXPECT_EQ(NLALogin::load(), "anna:" + NLALogin::ntHashHex("s3cret pass"));
+    EXPECT_EQ(set.out.find("s3cret"), std::string::npos);
+
+    auto refused = runCommand({velmora, "login", "set", "DOMAIN\\anna"}, {}, "pw\n");
+    EXPECT_NE(refused.exitCode, 0);
+    EXPECT_EQ(refused.err, std::string(velmora::LoginForm::badNameOrKeyring) + "\n");
+    EXPECT_EQ(show(), "anna\n") << "a refused name leaves the stored login alone";
+
+    EXPECT_EQ(runCommand({velmora, "login", "clear"}).exitCode, 0);
+    EXPECT_EQ(show(), "not set\n");
+}
+
+// With no keyring reachable at all, saving fails and loading finds nothing, without hanging.
+TEST(LoginWithoutKeyring, SaveFailsAndLoadIsAbsent) {
+    velmora::test::TempHome home;
+    const std::string velmora = velmora::test::builtExecutable("bin/velmora");
+    const std::map<std::string, std::optional<std::string>> noBus = {
+        {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path() + "/no-such-bus"},
+        {"DISPLAY", std::nullopt},
+        {"XDG_RUNTIME_DIR", home.path()}};
+    auto set = runCommand({velmora, "login", "set", "anna"}, noBus, "pw\n");
+    EXPECT_EQ(set.exitCode, 1);
+    EXPECT_EQ(set.err, std::string(velmora::LoginForm::badNameOrKeyring) + "\n");
+    auto show = runCommand({velmora, "login", "show"}, noBus);
+    EXPECT_EQ(show.exitCode, 0);
+    EXPECT_EQ(show.out, "not set\n");
+}

@@ -1,0 +1,138 @@
+#include "platform/defaults_store.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <unistd.h>
+#include <sys/stat.h>
+
+using velmora::platform::DefaultsStore;
+namespace test = velmora::test;
+
+namespace {
+
+std::vector<std::string> keptAside(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::string name = entry.path().filename().string();
+        if (name.find(".corrupt-") != std::string::npos) names.push_back(entry.path().string());
+    }
+    return names;
+}
+
+}  // namespace
+
+TEST(DefaultsStore, KeepsTypedValuesInOneJsonFileUnderTheConfigFolder) {
+    test::TempHome home;
+    DefaultsStore store;
+    EXPECT_EQ(store.location(), home.configHome() + "/velmora/defaults.json");
+    EXPECT_FALSE(store.object("port"));
+    EXPECT_EQ(store.integer("port"), 0);
+    EXPECT_FALSE(store.boolean("audio"));
+    EXPECT_EQ(store.string("h264Profile"), std::nullopt);
+
+    ASSERT_TRUE(store.set("port", std::int64_t{3390}));
+    ASSERT_TRUE(store.set("scale", 1.0));
+    ASSERT_TRUE(store.set("audio", false));
+    ASSERT_TRUE(store.set("remoteScreen", std::string("extend")));
+    auto json = nlohmann::json::parse(test::readFile(store.location()));
+    EXPECT_EQ(json["port"], 3390);
+    EXPECT_TRUE(json["scale"].is_number_float()) << "1.0 stays a double";
+    EXPECT_EQ(json["audio"], false);
+    EXPECT_EQ(json["remoteScreen"], "extend");
+
+    DefaultsStore again;
+    EXPECT_EQ(again.integer("port"), 3390);
+    EXPECT_DOUBLE_EQ(again.real("scale"), 1.0);
+    EXPECT_EQ(again.string("remoteScreen"), "extend");
+    ASSERT_TRUE(again.remove("port"));
+    EXPECT_FALSE(store.object("port"));
+    struct stat info{};
+    ASSERT_EQ(::stat(store.location().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+}
+
+TEST(DefaultsStore, ReadingsConvertBetweenTypesLikeTheCocoaDefaults) {
+    test::TempHome home;
+    DefaultsStore store;
+    store.set("n", 3.9);
+    EXPECT_EQ(store.integer("n"), 3);
+    EXPECT_TRUE(store.boolean("n"));
+    store.set("n", std::string("12abc"));
+    EXPECT_EQ(store.integer("n"), 12);
+    store.set("n", std::string("abc"));
+    EXPECT_EQ(store.integer("n"), 0);
+    EXPECT_FALSE(store.boolean("n"));
+    store.set("n", std::string("YES"));
+    EXPECT_TRUE(store.boolean("n"));
+    store.set("n", true);
+    EXPECT_EQ(store.integer("n"), 1);
+    EXPECT_EQ(store.string("n"), std::nullopt) << "only text reads as text";
+}
+
+TEST(DefaultsStore, RegisteredDefaultsAreConsultedAfterTheFileAndNeverWritten) {
+    test::TempHome home;
+    DefaultsStore store;
+    store.registerDefaults({{"port", std::int64_t{3389}}, {"audio", true}});
+    EXPECT_EQ(store.integer("port"), 3389);
+    EXPECT_TRUE(store.boolean("audio"));
+    EXPECT_FALSE(store.storedObject("port"));
+    EXPECT_FALSE(test::fileExists(store.location()));
+    store.set("audio", false);
+    EXPECT_FALSE(store.boolean("audio"));
+    EXPECT_EQ(nlohmann::json::parse(test::readFile(store.location())).size(), 1u);
+}
+
+TEST(DefaultsStore, ACorruptFileReadsAsEmptyIsKeptAsideAndSurvivesLaterWrites) {
+    test::TempHome home;
+    DefaultsStore store;
+    const std::string corrupt = "{\"port\": 3390, \"audio\": tru";
+    test::writeFile(store.location(), corrupt);
+    EXPECT_FALSE(store.object("port"));
+    auto aside = keptAside(home.configHome() + "/velmora");
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_EQ(test::readFile(aside[0]), corrupt);
+
+    ASSERT_TRUE(store.set("fps", std::int64_t{60}));
+    EXPECT_EQ(store.integer("fps"), 60);
+    EXPECT_EQ(test::readFile(aside[0]), corrupt) << "a later write must not lose the kept copy";
+
+    // A second corruption gets its own name; the first copy stays.
+    test::writeFile(store.location(), "[1, 2, 3]");
+    ASSERT_TRUE(store.set("fps", std::int64_t{24}));
+    EXPECT_EQ(keptAside(home.configHome() + "/velmora").size(), 2u);
+    EXPECT_EQ(store.integer("fps"), 24);
+}
+
+TEST(DefaultsStore, ValuesOfOtherKindsAreIgnoredOnReadAndPreservedOnWrite) {
+    test::TempHome home;
+    DefaultsStore store;
+    test::writeFile(store.location(), R"({"list": [1, 2], "nothing": null, "port": 3391})");
+    EXPECT_FALSE(store.object("list"));
+    EXPECT_FALSE(store.object("nothing"));
+    ASSERT_TRUE(store.set("fps", std::int64_t{15}));
+    auto json = nlohmann::json::parse(test::readFile(store.location()));
+    EXPECT_EQ(json["list"], nlohmann::json::array({1, 2}));
+    EXPECT_EQ(json["port"], 3391);
+}
+
+TEST(DefaultsStore, AnUnwritableFolderFailsTheWriteAndKeepsTheFile) {
+    test::TempHome home;
+    if (::geteuid() == 0) {
+        // root ignores permissions; use a folder path that is a file instead.
+        test::writeFile(home.configHome() + "/velmora", "not a folder");
+        DefaultsStore store;
+        EXPECT_FALSE(store.set("fps", std::int64_t{15}));
+        EXPECT_EQ(test::readFile(home.configHome() + "/velmora"), "not a folder");
+        return;
+    }
+    DefaultsStore store;
+    ASSERT_TRUE(store.set("fps", std::int64_t{30}));
+    ::chmod((home.configHome() + "/velmora").c_str(), 0500);
+    EXPECT_FALSE(store.set("fps", std::int64_t{15}));
+    EXPECT_EQ(store.integer("fps"), 30);
+    ::chmod((home.configHome() + "/velmora").c_str(), 0700);
+}
