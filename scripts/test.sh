@@ -16,10 +16,10 @@ trap 'rm -rf "$TMPDIR"' EXIT
 
 status=0
 echo "== plain build"
-scripts/with-test-keyring.sh ctest --preset default -j2 || status=1
+scripts/with-test-keyring.sh ctest --preset default || status=1
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build"
 ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  scripts/with-test-keyring.sh ctest --preset asan -j2 || status=1
+  scripts/with-test-keyring.sh ctest --preset asan || status=1
 
 fuzz_seconds=${FUZZ_SECONDS:-60}
 if [ "$fuzz_seconds" -gt 0 ]; then
