@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,8 +21,13 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const auto& run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
-            std::string name = run.benchmark_name();
+            if (run.error_occurred) continue;
+            // With --benchmark_repetitions the median stands for the benchmark; otherwise the run.
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (run.run_type != Run::RT_Iteration && !median) continue;
+            std::string name = run.run_name.str();
+            if (!median && medians_.count(name)) continue;
+            if (median) medians_.insert(name);
             auto slash = name.find('/');
             std::string family = name.substr(0, slash);
             std::string argument = slash == std::string::npos ? "" : name.substr(slash);
@@ -47,6 +53,7 @@ public:
 private:
     std::vector<std::pair<std::string, std::string>> pairs_;
     std::map<std::pair<std::string, std::string>, double> times_;
+    std::set<std::string> medians_;
 };
 
 inline int runWithRatios(int argc, char** argv, std::vector<std::pair<std::string, std::string>> pairs) {

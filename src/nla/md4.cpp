@@ -5,31 +5,25 @@
 namespace {
 
 inline uint32_t rotl(uint32_t x, int s) { return (x << s) | (x >> (32 - s)); }
-// F and G in their cheaper equivalent forms.
+// Equivalent forms of the round functions in which x, the word computed last, enters as late as
+// possible: what depends only on y and z is ready before x is.
 inline uint32_t F(uint32_t x, uint32_t y, uint32_t z) { return z ^ (x & (y ^ z)); }
-inline uint32_t G(uint32_t x, uint32_t y, uint32_t z) { return (x & y) | ((x | y) & z); }
-inline uint32_t H(uint32_t x, uint32_t y, uint32_t z) { return x ^ y ^ z; }
-
-inline uint32_t loadLE(const uint8_t* p) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);  // little-endian target: the bytes are the word
-    return v;
-}
-
-void blockFromBytes(uint32_t state[4], const uint8_t* bytes) {
-    uint32_t words[16];
-    for (int i = 0; i < 16; ++i) words[i] = loadLE(bytes + 4 * i);
-    md4_block(state, words);
-}
+inline uint32_t G(uint32_t x, uint32_t y, uint32_t z) { return (x & (y | z)) | (y & z); }
+inline uint32_t H(uint32_t x, uint32_t y, uint32_t z) { return x ^ (y ^ z); }
 
 }  // namespace
 
-#define R1(a, b, c, d, k, s) a = rotl(a + F(b, c, d) + x[k], s)
-#define R2(a, b, c, d, k, s) a = rotl(a + G(b, c, d) + x[k] + 0x5A827999u, s)
-#define R3(a, b, c, d, k, s) a = rotl(a + H(b, c, d) + x[k] + 0x6ED9EBA1u, s)
+// The message word and constant are added first, off the chain that waits for b, c and d.
+#define R1(a, b, c, d, k, s) a = rotl((a + x[k]) + F(b, c, d), s)
+#define R2(a, b, c, d, k, s) a = rotl((a + (x[k] + 0x5A827999u)) + G(b, c, d), s)
+#define R3(a, b, c, d, k, s) a = rotl((a + (x[k] + 0x6ED9EBA1u)) + H(b, c, d), s)
 
-extern "C" void md4_block(uint32_t state[4], const uint32_t x[16]) {
-    uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
+namespace {
+
+// The compression function on state held in locals, so that a run of blocks keeps it in registers.
+inline __attribute__((always_inline)) void compress(uint32_t& sa, uint32_t& sb, uint32_t& sc, uint32_t& sd,
+                                                    const uint32_t* x) {
+    uint32_t a = sa, b = sb, c = sc, d = sd;
 
     R1(a, b, c, d, 0, 3);  R1(d, a, b, c, 1, 7);  R1(c, d, a, b, 2, 11);  R1(b, c, d, a, 3, 19);
     R1(a, b, c, d, 4, 3);  R1(d, a, b, c, 5, 7);  R1(c, d, a, b, 6, 11);  R1(b, c, d, a, 7, 19);
@@ -46,25 +40,32 @@ extern "C" void md4_block(uint32_t state[4], const uint32_t x[16]) {
     R3(a, b, c, d, 1, 3);  R3(d, a, b, c, 9, 9);  R3(c, d, a, b, 5, 11);  R3(b, c, d, a, 13, 15);
     R3(a, b, c, d, 3, 3);  R3(d, a, b, c, 11, 9); R3(c, d, a, b, 7, 11);  R3(b, c, d, a, 15, 15);
 
-    state[0] += a;
-    state[1] += b;
-    state[2] += c;
-    state[3] += d;
+    sa += a;
+    sb += b;
+    sc += c;
+    sd += d;
 }
 
-#undef R1
-#undef R2
+}  // namespace
+
+extern "C" void md4_block(uint32_t state[4], const uint32_t block[16]) {
+    compress(state[0], state[1], state[2], state[3], block);
+}
+
 #undef R3
 
 extern "C" void velmora_md4(const uint8_t* data, uint64_t length, uint8_t out[16]) {
-    uint32_t state[4] = {0x67452301u, 0xEFCDAB89u, 0x98BADCFEu, 0x10325476u};
+    uint32_t a = 0x67452301u, b = 0xEFCDAB89u, c = 0x98BADCFEu, d = 0x10325476u;
     uint64_t offset = 0;
     // Whole blocks straight from the caller's buffer.
     if (reinterpret_cast<uintptr_t>(data) % alignof(uint32_t) == 0) {
-        for (; length - offset >= 64; offset += 64)
-            md4_block(state, reinterpret_cast<const uint32_t*>(data + offset));
+        for (; length - offset >= 64; offset += 64) compress(a, b, c, d, reinterpret_cast<const uint32_t*>(data + offset));
     } else {
-        for (; length - offset >= 64; offset += 64) blockFromBytes(state, data + offset);
+        uint32_t words[16];
+        for (; length - offset >= 64; offset += 64) {
+            std::memcpy(words, data + offset, 64);  // little-endian target: the bytes are the words
+            compress(a, b, c, d, words);
+        }
     }
     // The tail, the 0x80 marker and the bit length in one or two final blocks.
     alignas(uint32_t) uint8_t work[128] = {};
@@ -74,8 +75,9 @@ extern "C" void velmora_md4(const uint8_t* data, uint64_t length, uint8_t out[16
     const uint64_t bits = length * 8;
     const size_t lengthAt = rest <= 55 ? 56 : 120;
     for (int i = 0; i < 8; ++i) work[lengthAt + i] = static_cast<uint8_t>(bits >> (8 * i));
-    md4_block(state, reinterpret_cast<const uint32_t*>(work));
-    if (rest > 55) md4_block(state, reinterpret_cast<const uint32_t*>(work + 64));
+    compress(a, b, c, d, reinterpret_cast<const uint32_t*>(work));
+    if (rest > 55) compress(a, b, c, d, reinterpret_cast<const uint32_t*>(work + 64));
+    const uint32_t state[4] = {a, b, c, d};
     std::memcpy(out, state, 16);
 }
 
