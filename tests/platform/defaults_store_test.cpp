@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
+#include <thread>
 #include <unistd.h>
 #include <sys/stat.h>
 
@@ -135,4 +136,17 @@ TEST(DefaultsStore, AnUnwritableFolderFailsTheWriteAndKeepsTheFile) {
     EXPECT_FALSE(store.set("fps", std::int64_t{15}));
     EXPECT_EQ(store.integer("fps"), 30);
     ::chmod((home.configHome() + "/velmora").c_str(), 0700);
+}
+
+TEST(DefaultsStore, ConcurrentWritersToTheSameFileLoseNoKey) {
+    test::TempHome home;
+    auto writer = [](int first) {
+        DefaultsStore store;
+        for (int i = first; i < first + 40; ++i) store.set("key" + std::to_string(i), std::int64_t{i});
+    };
+    std::thread a(writer, 0), b(writer, 40);
+    a.join();
+    b.join();
+    DefaultsStore store;
+    for (int i = 0; i < 80; ++i) EXPECT_EQ(store.integer("key" + std::to_string(i)), i) << i;
 }
