@@ -19,3 +19,12 @@ void addCloseInheritedDescriptors(posix_spawn_file_actions_t* actions);
 bool disclaimResponsibility(posix_spawnattr_t* attributes);
 
 }  // namespace velmora::platform
+
+namespace velmora::platform {
+
+// Whether this system keeps per-application privacy accounting that a child can be made
+// responsible for (macOS). Where it does not, an undisclaimed child is the normal case, not a
+// problem worth a warning.
+bool systemTracksResponsibility();
+
+}  // namespace velmora::platform

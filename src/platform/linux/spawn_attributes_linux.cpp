@@ -26,3 +26,9 @@ bool disclaimResponsibility(posix_spawnattr_t* attributes) {
 }
 
 }  // namespace velmora::platform
+
+namespace velmora::platform {
+
+bool systemTracksResponsibility() { return false; }
+
+}  // namespace velmora::platform

@@ -27,3 +27,9 @@ bool disclaimResponsibility(posix_spawnattr_t* attributes) {
 }
 
 }  // namespace velmora::platform
+
+namespace velmora::platform {
+
+bool systemTracksResponsibility() { return true; }
+
+}  // namespace velmora::platform
