@@ -75,6 +75,13 @@ struct SpawnSetup {
     SpawnSetup& operator=(const SpawnSetup&) = delete;
 };
 
+// Most output is plain ASCII; this check vectorises, the UTF-8 one can't.
+bool isAscii(const std::string& bytes) {
+    unsigned char any = 0;
+    for (char c : bytes) any |= static_cast<unsigned char>(c);
+    return any < 0x80;
+}
+
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -150,33 +157,37 @@ std::optional<std::string> output(const std::string& path, const std::vector<std
     }
     ::close(ends[1]);  // so the read end sees end-of-file once the child and its descendants close theirs
 
-    // Read while the child runs (a full pipe would stall it), on this thread: poll with a short
-    // period so that the child's end is noticed even while a descendant keeps the pipe open.
+    // Read while the child runs (a full pipe would stall it), on this thread: drain what is there,
+    // then poll with a short period, so that the child's end is noticed even while a descendant
+    // keeps the pipe open.
+    ::fcntl(readEnd, F_SETFL, ::fcntl(readEnd, F_GETFL) | O_NONBLOCK);
     const auto started = std::chrono::steady_clock::now();
     std::optional<std::chrono::steady_clock::time_point> endedAt;
     std::string buffer;
     char chunk[65536];
-    bool endOfFile = false;
-    while (!endOfFile) {
+    for (;;) {
         if (!endedAt && !process->isRunning()) endedAt = std::chrono::steady_clock::now();
         if (endedAt && secondsSince(*endedAt) >= 2.0) break;  // a descendant holds the pipe: keep what we have
         if (!endedAt && secondsSince(started) >= timeout) {
             process->terminate(1.0);
             return std::nullopt;
         }
-        pollfd entry{readEnd, POLLIN, 0};
-        int ready = ::poll(&entry, 1, 50);
-        if (ready < 0 && errno != EINTR) break;
-        if (ready <= 0) continue;
         ssize_t n = ::read(readEnd, chunk, sizeof chunk);
-        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-        if (n <= 0) endOfFile = true;
-        else buffer.append(chunk, static_cast<std::size_t>(n));
+        if (n > 0) {
+            buffer.append(chunk, static_cast<std::size_t>(n));
+            continue;
+        }
+        if (n == 0) break;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) break;
+        pollfd entry{readEnd, POLLIN, 0};
+        if (::poll(&entry, 1, 50) < 0 && errno != EINTR) break;
     }
     if (!endedAt && !process->wait(timeout - secondsSince(started))) {
         process->terminate(1.0);
         return std::nullopt;
     }
+    if (isAscii(buffer) || text::isValidUtf8(buffer)) return buffer;
     return text::repairedUtf8(buffer);
 }
 
