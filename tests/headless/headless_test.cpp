@@ -1,0 +1,130 @@
+// Runs the real `velmora --headless` with a shell script as its server.
+
+#include "core/environment.h"
+#include "platform/paths.h"
+#include "platform/processes.h"
+#include "process/spawn.h"
+#include "support/run_command.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace velmora;
+using velmora::test::readFile;
+using velmora::test::TempHome;
+using velmora::test::writeFile;
+
+namespace {
+
+// velmora --headless stops every Velmora server of the machine at start-up, as it should; a test
+// must not do that to somebody else's.
+bool otherVelmoraServerRuns() {
+    for (pid_t pid : platform::allProcessIds()) {
+        std::string path = platform::executablePathOf(pid);
+        const std::string suffix = platform::serverExecutableSuffix();
+        if (path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0)
+            return true;
+    }
+    return false;
+}
+
+bool eventually(const std::function<bool()>& condition) {
+    for (int i = 0; i < 20000; ++i) {
+        if (condition()) return true;
+        ::usleep(1000);
+    }
+    return condition();
+}
+
+class HeadlessTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (otherVelmoraServerRuns()) GTEST_SKIP() << "a Velmora server is running on this machine";
+        writeFile(home.path() + "/answer", "screen=1 input=1\n");
+        server = home.path() + "/server";
+        writeFile(server, "#!/bin/sh\n"
+                          "if [ -n \"$MAC_SHADOW_PERMS\" ]; then cat '" + home.path() + "/answer'; exit 0; fi\n"
+                          "echo $$ > '" + home.path() + "/server.pid'\n"
+                          // The first run crashes at once, the next ones keep running.
+                          "if [ ! -e '" + home.path() + "/crashed' ]; then touch '" + home.path() + "/crashed'; exit 1; fi\n"
+                          "echo \"fake server $*\"\n"
+                          "exec sleep 1000\n");
+        ::chmod(server.c_str(), 0755);
+    }
+
+    std::shared_ptr<SpawnedProcess> startVelmora() {
+        Environment environment = processEnvironment();
+        environment["KORVEN_CLI"] = server;
+        errPath = home.path() + "/stderr";
+        int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        auto velmora = Spawn::start(test::builtExecutable("bin/velmora"), {"--headless"}, environment, std::nullopt,
+                                    err, false);
+        ::close(err);
+        return velmora;
+    }
+
+    std::string log() const { return readFile(platform::logFilePath()); }
+
+    TempHome home;
+    std::string server;
+    std::string errPath;
+};
+
+}  // namespace
+
+TEST_F(HeadlessTest, StopsLeftoversSupervisesTheServerAndReportsMissingPermissions) {
+    // A server of an "earlier run": any executable whose path ends like an installed server's.
+    std::string leftoverPath = home.path() + "/old-install" + platform::serverExecutableSuffix();
+    writeFile(leftoverPath, readFile("/bin/sleep"));
+    ::chmod(leftoverPath.c_str(), 0755);
+    auto leftover = Spawn::start(leftoverPath, {"1000"}, {}, std::nullopt, std::nullopt, false);
+
+    auto velmora = startVelmora();
+    // The crash is followed by a restart on the event loop's timer, two seconds later.
+    ASSERT_TRUE(eventually([&] { return log().find("fake server /port:3389") != std::string::npos; })) << log();
+    EXPECT_TRUE(leftover->wait(30));
+    EXPECT_EQ(leftover->exitCode(), 143);
+    pid_t serverPid = std::stoi(readFile(home.path() + "/server.pid"));
+    EXPECT_EQ(::kill(serverPid, 0), 0);
+
+    ::kill(velmora->pid(), SIGTERM);
+    ASSERT_TRUE(velmora->wait(30));
+    EXPECT_EQ(velmora->exitCode(), 0);
+    EXPECT_NE(::kill(serverPid, 0), 0);  // stopped, and reaped by velmora
+    std::string text = log();
+    EXPECT_NE(text.find("] [Velmora app] stopped 1 Velmora Server left over from an earlier run (it held the port)\n"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("] [Velmora app] permission check: screen=1 input=1\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("] [Velmora app] starting Velmora Server: /port:3389 "), std::string::npos) << text;
+    EXPECT_NE(text.find("] [Velmora app] Velmora Server stopped\n"), std::string::npos) << text;
+    auto crash = text.find("] [Velmora app] Velmora Server ended (code 1)\n");
+    auto restart = text.find("] [Velmora app] starting Velmora Server again in 2 s (1 unexpected end in a row)\n");
+    auto second = text.find("starting Velmora Server: ", restart);
+    EXPECT_NE(crash, std::string::npos) << text;
+    EXPECT_LT(crash, restart);
+    EXPECT_NE(second, std::string::npos) << text;
+    EXPECT_EQ(text.find("ended (code", restart), std::string::npos) << text;  // the stop is no end
+    EXPECT_NE(readFile(errPath).find("Velmora Server running"), std::string::npos);
+
+    // Then with "autoStart" off and a permission missing. (One test: a velmora --headless running
+    // beside this one would stop its leftover.)
+    writeFile(home.path() + "/answer", "screen=1 input=0\n");
+    writeFile(platform::defaultsLocation(), "{\"autoStart\": false}");
+    std::filesystem::remove(platform::logFilePath());
+    velmora = startVelmora();
+    const std::string line = "Velmora Server lacks permission (Accessibility)";
+    ASSERT_TRUE(eventually([&] { return readFile(errPath).find(line) != std::string::npos; })) << readFile(errPath);
+    ::kill(velmora->pid(), SIGINT);
+    ASSERT_TRUE(velmora->wait(30));
+    EXPECT_EQ(velmora->exitCode(), 0);
+    text = log();
+    EXPECT_NE(text.find("] [Velmora app] " + line), std::string::npos) << text;
+    EXPECT_EQ(text.find("starting Velmora Server"), std::string::npos) << text;
+}

@@ -1,0 +1,293 @@
+#include "process/server_supervisor.h"
+
+#include "child_scripts.h"
+#include "core/manual_queue.h"
+#include "permissions/app_log.h"
+#include "platform/paths.h"
+#include "process/server_cert.h"
+#include "settings/settings_store.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+
+using namespace velmora;
+using velmora::test::fileExists;
+using velmora::test::processExists;
+using velmora::test::readFile;
+using velmora::test::TempHome;
+using velmora::test::writeFile;
+using velmora::test::writeScript;
+
+namespace {
+
+std::vector<std::string> logMessages() {
+    std::vector<std::string> messages;
+    std::istringstream lines(readFile(AppLog::path()));
+    std::string line;
+    while (std::getline(lines, line)) {
+        auto tag = line.find("] [Velmora app] ");
+        messages.push_back(tag == std::string::npos ? line : line.substr(tag + 16));
+    }
+    return messages;
+}
+
+std::size_t countLines(const std::string& text, const std::string& wanted) {
+    std::istringstream lines(text);
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line);) count += line == wanted;
+    return count;
+}
+
+// A server helper played by a script: it answers the probe with the contents of the file
+// "answer", and otherwise behaves as the file "mode" says.
+class SupervisorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ::unsetenv("KORVEN_CLI");
+        platform::makeDirectories(platform::logDirectory());
+        dir = home.path();
+        setAnswer("screen=1 input=1");
+        setMode("run");
+        writeScript(dir + "/prefix/libexec/velmora/velmora-server",
+                    "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo probe >> '" + dir + "/calls'; cat '" + dir +
+                        "/answer'; exit 0; fi\n"
+                        "echo \"server running with $*\"\n"
+                        "case $(cat '" + dir + "/mode') in\n"
+                        "  exit0) exit 0 ;;\n"
+                        "  exit1) exit 1 ;;\n"
+                        "  stubborn) trap '' TERM; touch '" + dir + "/trapped'; exec sleep 1000 ;;\n"
+                        "  *) exec sleep 1000 ;;\n"
+                        "esac\n");
+        perms = HelperPerms::create(queue, platform::DefaultsStore(), dir + "/prefix");
+        supervisor = ServerSupervisor::create(queue, perms, platform::DefaultsStore());
+        platform::DefaultsStore store;
+        registerDefaultsAndMigrate(store);
+        supervisor->readSettings = [store] { return currentSettings(store, [] { return std::nullopt; }); };
+        supervisor->refreshMenu = [this] { ++refreshes; };
+        supervisor->setStatusLine = [this](const std::string& text) { statusLines.push_back(text); };
+    }
+
+    void TearDown() override {
+        supervisor->stopGrace = 0.5;
+        supervisor->stopServer();
+        perms->drainQueue();
+    }
+
+    void setAnswer(const std::string& answer) { writeFile(dir + "/answer", answer + "\n"); }
+    void setMode(const std::string& mode) { writeFile(dir + "/mode", mode + "\n"); }
+    std::size_t probes() const { return countLines(readFile(dir + "/calls"), "probe"); }
+
+    // Starts and waits (in real time) until the permission check has finished.
+    void startAndSettle() {
+        supervisor->startServer();
+        ASSERT_TRUE(queue->runUntil([&] { return !supervisor->starting(); }, 30));
+    }
+
+    // Kills the running server as a crash would, and waits until its end has been handled.
+    void crash() {
+        ASSERT_TRUE(supervisor->running());
+        ::kill(supervisor->task()->pid(), SIGKILL);
+        ASSERT_TRUE(queue->runUntil([&] { return !supervisor->task(); }, 30));
+    }
+
+    TempHome home;
+    std::string dir;
+    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+    std::shared_ptr<HelperPerms> perms;
+    std::shared_ptr<ServerSupervisor> supervisor;
+    int refreshes = 0;
+    std::vector<std::string> statusLines;
+};
+
+}  // namespace
+
+TEST(ServerRestartDelay, DoublesFromTwoAndStopsAtSixty) {
+    std::vector<double> delays;
+    for (int n = -1; n <= 8; ++n) delays.push_back(serverRestartDelay(n));
+    EXPECT_EQ(delays, (std::vector<double>{2, 2, 2, 4, 8, 16, 32, 60, 60, 60}));
+}
+
+TEST_F(SupervisorTest, StartChecksPermissionsThenLaunchesWithOutputInTheLog) {
+    supervisor->startServer();
+    supervisor->startServer();  // ignored: a check is under way
+    EXPECT_TRUE(supervisor->starting());
+    EXPECT_EQ(supervisor->idleStatusLine(), "Checking permissions…");
+    EXPECT_EQ(statusLines, std::vector<std::string>{"Checking permissions…"});
+    ASSERT_TRUE(queue->runUntil([&] { return supervisor->running(); }, 30));
+    supervisor->startServer();  // ignored: running
+    queue->runPending();
+    EXPECT_EQ(probes(), 1u);
+    EXPECT_FALSE(supervisor->lastError());
+
+    // The server's own line arrives whenever the script gets to it.
+    for (int i = 0; i < 10000 && readFile(AppLog::path()).find("server running with") == std::string::npos; ++i)
+        ::usleep(1000);
+    auto messages = logMessages();
+    ASSERT_GE(messages.size(), 3u);
+    EXPECT_EQ(messages[0], "permission check: screen=1 input=1");
+    EXPECT_EQ(messages[1].rfind("starting Velmora Server: /port:3389 ", 0), 0u) << messages[1];
+    EXPECT_EQ(messages[2].rfind("server running with /port:3389 ", 0), 0u) << messages[2];  // the server's own line
+    // Nothing about disclaiming on a system that has no such thing.
+    for (const auto& message : messages) EXPECT_EQ(message.find("warning"), std::string::npos);
+
+    pid_t pid = supervisor->task()->pid();
+    int before = refreshes;
+    supervisor->toggleServer();
+    EXPECT_FALSE(supervisor->running());
+    EXPECT_FALSE(processExists(pid));
+    EXPECT_GT(refreshes, before);
+    queue->runPending();  // the watcher's end arrives, but a deliberate stop is no unexpected end
+    messages = logMessages();
+    EXPECT_EQ(messages.back(), "Velmora Server stopped");
+    EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
+                            [](const std::string& m) { return m.rfind("Velmora Server ended", 0) == 0; }),
+              0);
+    EXPECT_EQ(queue->pendingTimers(), 0u);
+    EXPECT_EQ(supervisor->idleStatusLine(), "Stopped");
+}
+
+TEST_F(SupervisorTest, CrashesRestartAfterGrowingDelaysAndALongRunResetsTheCount) {
+    startAndSettle();
+    std::vector<double> delays;
+    for (int round = 0; round < 7; ++round) {
+        ASSERT_TRUE(supervisor->running());
+        queue->advance(10);  // each run lasts 10 s on the main queue's clock
+        crash();
+        EXPECT_EQ(supervisor->lastError(), "Stopped unexpectedly (code 137)");
+        EXPECT_EQ(supervisor->idleStatusLine(), "Stopped unexpectedly (code 137)");
+        ASSERT_TRUE(supervisor->restartPending());
+        delays.push_back(queue->secondsToNextTimer());
+        queue->advanceToNextTimer();
+        ASSERT_TRUE(queue->runUntil([&] { return supervisor->running(); }, 30));
+        EXPECT_FALSE(supervisor->lastError());  // cleared at launch
+    }
+    EXPECT_EQ(delays, (std::vector<double>{2, 4, 8, 16, 32, 60, 60}));
+    EXPECT_EQ(supervisor->unexpectedEnds(), 7);
+
+    queue->advance(301);
+    crash();
+    EXPECT_EQ(supervisor->unexpectedEnds(), 1);
+    EXPECT_EQ(queue->secondsToNextTimer(), 2);
+
+    auto messages = logMessages();
+    std::vector<std::string> restarts;
+    for (const auto& m : messages)
+        if (m.rfind("starting Velmora Server again", 0) == 0 || m.rfind("Velmora Server ended", 0) == 0)
+            restarts.push_back(m);
+    ASSERT_EQ(restarts.size(), 16u);
+    EXPECT_EQ(restarts[0], "Velmora Server ended (code 137)");
+    EXPECT_EQ(restarts[1], "starting Velmora Server again in 2 s (1 unexpected end in a row)");
+    EXPECT_EQ(restarts[3], "starting Velmora Server again in 4 s (2 unexpected ends in a row)");
+    EXPECT_EQ(restarts[13], "starting Velmora Server again in 60 s (7 unexpected ends in a row)");
+    EXPECT_EQ(restarts[15], "starting Velmora Server again in 2 s (1 unexpected end in a row)");
+    EXPECT_EQ(probes(), 8u);  // every restart checks the permissions again
+}
+
+TEST_F(SupervisorTest, StopCancelsAPendingRestartWithoutLoggingAStop) {
+    setMode("exit1");
+    startAndSettle();
+    ASSERT_TRUE(queue->runUntil([&] { return supervisor->restartPending(); }, 30));
+    EXPECT_EQ(supervisor->lastError(), "Stopped unexpectedly (code 1)");
+    supervisor->stopServer();
+    EXPECT_FALSE(supervisor->restartPending());
+    queue->advance(120);
+    EXPECT_FALSE(supervisor->running());
+    EXPECT_FALSE(supervisor->starting());
+    EXPECT_EQ(probes(), 1u);
+    auto messages = logMessages();
+    EXPECT_EQ(messages.back(), "starting Velmora Server again in 2 s (1 unexpected end in a row)");
+    // The streak survives a stop.
+    EXPECT_EQ(supervisor->unexpectedEnds(), 1);
+}
+
+TEST_F(SupervisorTest, AServerThatEndsCleanlyIsNotRestarted) {
+    setMode("exit0");
+    startAndSettle();
+    ASSERT_TRUE(queue->runUntil([&] { return logMessages().back() == "Velmora Server ended (code 0)"; }, 30));
+    EXPECT_FALSE(supervisor->task());
+    EXPECT_FALSE(supervisor->lastError());
+    EXPECT_EQ(queue->pendingTimers(), 0u);
+    EXPECT_EQ(supervisor->unexpectedEnds(), 0);
+}
+
+TEST_F(SupervisorTest, FailedChecksBecomeTheErrorLineAndMissingPermissionsShowTheWindow) {
+    setAnswer("garbage");
+    startAndSettle();
+    EXPECT_EQ(supervisor->lastError(), "Velmora Server did not answer the permission check. See Show Log.");
+    EXPECT_FALSE(supervisor->task());
+
+    setAnswer("screen=0 input=1");
+    std::function<void()> ready;
+    supervisor->showPermissions = [&](std::function<void()> callback) { ready = std::move(callback); };
+    startAndSettle();
+    ASSERT_TRUE(ready);
+    EXPECT_FALSE(supervisor->task());
+    // Once everything is allowed, the window's callback starts the server.
+    setAnswer("screen=1 input=1");
+    ready();
+    ASSERT_TRUE(queue->runUntil([&] { return supervisor->running(); }, 30));
+    EXPECT_EQ(probes(), 3u);
+
+    supervisor->stopServer();
+    ::setenv("KORVEN_CLI", (dir + "/nothing-here").c_str(), 1);
+    auto lost = ServerSupervisor::create(queue, HelperPerms::create(queue, platform::DefaultsStore(), dir + "/prefix"),
+                                         platform::DefaultsStore());
+    lost->startServer();
+    EXPECT_FALSE(lost->starting());
+    EXPECT_EQ(lost->lastError(), "Velmora Server not found inside the app. Reinstall Velmora.");
+}
+
+TEST_F(SupervisorTest, ServerStillStartsWhenTheLogCannotBeOpened) {
+    std::filesystem::create_directories(AppLog::path());  // a folder where the log file should be
+    startAndSettle();
+    EXPECT_TRUE(supervisor->running());
+    EXPECT_FALSE(supervisor->lastError());
+}
+
+TEST_F(SupervisorTest, NamelessCertificateIsRemovedBeforeLaunch) {
+    writeFile(ServerCert::certPath(), "-----BEGIN CERTIFICATE-----\naGVsbG8=\n-----END CERTIFICATE-----\n");
+    writeFile(ServerCert::keyPath(), "key");
+    startAndSettle();
+    EXPECT_TRUE(supervisor->running());
+    EXPECT_FALSE(fileExists(ServerCert::certPath()));
+    EXPECT_FALSE(fileExists(ServerCert::keyPath()));
+    auto messages = logMessages();
+    ASSERT_GE(messages.size(), 3u);
+    EXPECT_EQ(messages[1],
+              "removed the server certificate without a name; the server makes a new one (clients will ask to trust it once)");
+    EXPECT_EQ(messages[2].rfind("starting Velmora Server: ", 0), 0u);
+}
+
+TEST_F(SupervisorTest, AServerIgnoringTermIsKilledAfterTheGrace) {
+    setMode("stubborn");
+    startAndSettle();
+    ASSERT_TRUE(supervisor->running());
+    for (int i = 0; i < 5000 && !fileExists(dir + "/trapped"); ++i) ::usleep(1000);
+    ASSERT_TRUE(fileExists(dir + "/trapped"));
+    auto process = supervisor->task();
+    supervisor->stopGrace = 0.3;
+    supervisor->stopServer();
+    EXPECT_FALSE(process->isRunning());
+    EXPECT_EQ(process->exitCode(), 137);
+    EXPECT_EQ(logMessages().back(), "Velmora Server stopped");
+}
+
+TEST_F(SupervisorTest, ASpawnFailureBecomesTheErrorLine) {
+    // A server that answers the probe and then removes itself, so that the launch finds nothing.
+    std::string vanishing = writeScript(dir + "/vanishing", "echo 'screen=1 input=1'; rm -f \"$0\"\n");
+    ::setenv("KORVEN_CLI", vanishing.c_str(), 1);
+    auto alone = ServerSupervisor::create(queue, HelperPerms::create(queue, platform::DefaultsStore(), dir + "/prefix"),
+                                          platform::DefaultsStore());
+    alone->readSettings = supervisor->readSettings;
+    alone->startServer();
+    ASSERT_TRUE(queue->runUntil([&] { return !alone->starting(); }, 30));
+    EXPECT_FALSE(alone->task());
+    EXPECT_EQ(alone->lastError(), "Could not start the server: No such file or directory");
+    EXPECT_EQ(logMessages().back().rfind("starting Velmora Server: ", 0), 0u);
+}
