@@ -1,0 +1,93 @@
+#pragma once
+// The permission service: finds the server helper, asks it for its permissions (probe mode) on the
+// serial queue "velmora.perms", remembers the answer, and repairs the system's permission entries.
+// Results come back on the main queue. Queued work holds the service weakly: once it is gone,
+// completions are dropped.
+
+#include "core/main_queue.h"
+#include "core/work_queue.h"
+#include "permissions/perm_repair_plan.h"
+#include "permissions/perm_status.h"
+#include "platform/defaults_store.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace velmora {
+
+class HelperPerms : public std::enable_shared_from_this<HelperPerms> {
+public:
+    using Completion = std::function<void(std::optional<PermStatus>)>;
+    using Opener = std::function<void(const std::string& url)>;
+
+    // The System Settings panes of the two permissions (macOS).
+    static constexpr const char* screenURL =
+        "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture";
+    static constexpr const char* inputURL =
+        "x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility";
+
+    // `bundleRoot`: the install prefix (Linux) or .app (macOS) to look for the helper in.
+    // KORVEN_CLI, when set and not empty, names the server executable instead.
+    static std::shared_ptr<HelperPerms> create(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store);
+    static std::shared_ptr<HelperPerms> create(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store,
+                                               const std::string& bundleRoot);
+    ~HelperPerms();
+    HelperPerms(const HelperPerms&) = delete;
+    HelperPerms& operator=(const HelperPerms&) = delete;
+
+    const std::optional<std::string>& helperApp() const { return helperApp_; }
+    // The server executable, for probes and for the server itself.
+    const std::optional<std::string>& helperBinary() const { return helperBinary_; }
+
+    // Main thread. Runs the server in probe mode `mode` ("check" or "request", 10 or 20 seconds at
+    // most), records the result, logs "permission <mode>: ..." and calls `completion` on the main
+    // queue. Without an executable server: lastProbeFailed at once, no log line, completion(nullopt).
+    void probe(const std::string& mode, Completion completion);
+    void check(Completion completion) { probe("check", std::move(completion)); }
+
+    // The last status a probe obtained (a failed probe keeps the earlier one).
+    const std::optional<PermStatus>& last() const { return last_; }
+    bool lastProbeFailed() const { return lastProbeFailed_; }
+    // Both permissions were reported granted at some time ("helperPermsGrantedOnce").
+    bool grantedBefore() const;
+
+    // Main thread. On the queue: register the helper, reset the plan's services for the helper;
+    // then on the main queue, the request probe when the plan asks for it, else completion(last()).
+    void repair(const PermRepairPlan& plan, Completion completion);
+    // On the queue only: resets one privacy entry with the system tool and logs the outcome. Where
+    // the system has no such tool (Linux) it does nothing.
+    void tccReset(const std::string& service, const std::string& bundleID);
+    // Registers the helper application with the system (nothing on Linux); logs a failure.
+    void registerHelper();
+    // Start-up, main thread: once per user, resets the tray application's own old entries.
+    void cleanUpLegacyEntriesOnce();
+    // Opens a URL through `opener`; a string that is no URL does nothing.
+    void open(const std::string& url);
+
+    // The application log writer.
+    static void log(const std::string& message);
+
+    // How URLs are opened: the application sets it (subsystems have no desktop access of their own).
+    Opener opener;
+    // The privacy reset tool; absent on Linux. Tests point it at a script.
+    std::optional<std::string> resetTool;
+
+    // Blocks until the work queued so far has run (tests, and orderly shutdown).
+    void drainQueue() { queue_->drain(); }
+
+private:
+    HelperPerms(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store, const std::string& bundleRoot);
+
+    std::optional<std::string> helperApp_;
+    std::optional<std::string> helperBinary_;
+    std::unique_ptr<SerialQueue> queue_;
+    std::optional<PermStatus> last_;
+    bool lastProbeFailed_ = false;
+
+    std::shared_ptr<MainQueue> mainQueue_;
+    platform::DefaultsStore store_;
+};
+
+}  // namespace velmora

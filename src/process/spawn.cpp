@@ -1,0 +1,219 @@
+#include "process/spawn.h"
+
+#include "core/text.h"
+#include "platform/paths.h"
+#include "platform/processes.h"
+#include "platform/spawn_attributes.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace velmora {
+
+// The one place allowed to make SpawnedProcess handles and start their watchers.
+struct SpawnAccess {
+    static std::shared_ptr<SpawnedProcess> make(pid_t pid, bool disclaimed) {
+        return std::shared_ptr<SpawnedProcess>(new SpawnedProcess(pid, disclaimed));
+    }
+    static void watch(std::shared_ptr<SpawnedProcess> process, std::shared_ptr<MainQueue> mainQueue) {
+        SpawnedProcess::watch(std::move(process), std::move(mainQueue));
+    }
+};
+
+namespace Spawn {
+
+namespace {
+
+// strerror_r comes in a GNU form (returns the text) and an XSI form (fills the buffer).
+[[maybe_unused]] std::string strerrorResult(char* text, const char*) { return text ? text : ""; }
+[[maybe_unused]] std::string strerrorResult(int result, const char* buffer) { return result == 0 ? buffer : ""; }
+
+std::string failureText(int code) {
+    char buffer[256] = {};
+    std::string text = strerrorResult(strerror_r(code, buffer, sizeof buffer), buffer);
+    return text.empty() ? "error " + std::to_string(code) : text;
+}
+
+// Owns the NUL-terminated copies handed to posix_spawn and frees them on every path out.
+class CStrings {
+public:
+    void add(const std::string& text) { storage_.push_back(text); }
+    char* const* vector() {
+        pointers_.clear();
+        for (auto& text : storage_) pointers_.push_back(text.data());
+        pointers_.push_back(nullptr);
+        return pointers_.data();
+    }
+
+private:
+    std::vector<std::string> storage_;
+    std::vector<char*> pointers_;
+};
+
+// Attributes and file actions, destroyed whatever happens.
+struct SpawnSetup {
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_t actions;
+    SpawnSetup() {
+        posix_spawnattr_init(&attributes);
+        posix_spawn_file_actions_init(&actions);
+    }
+    ~SpawnSetup() {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+};
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+Failure::Failure(int code) : std::runtime_error("Could not start the server: " + failureText(code)), code_(code) {}
+
+std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector<std::string>& arguments,
+                                      const Environment& environment, std::optional<int> stdoutFd,
+                                      std::optional<int> stderrFd, bool disclaim,
+                                      std::shared_ptr<MainQueue> mainQueue) {
+    SpawnSetup setup;
+    platform::setCleanSpawnFlags(&setup.attributes);
+    sigset_t all;
+    sigset_t none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    posix_spawnattr_setsigdefault(&setup.attributes, &all);
+    posix_spawnattr_setsigmask(&setup.attributes, &none);
+
+    bool disclaimed = disclaim && platform::disclaimResponsibility(&setup.attributes);
+
+    posix_spawn_file_actions_addopen(&setup.actions, 0, "/dev/null", O_RDONLY, 0);
+    if (stdoutFd) posix_spawn_file_actions_adddup2(&setup.actions, *stdoutFd, 1);
+    else posix_spawn_file_actions_addopen(&setup.actions, 1, "/dev/null", O_WRONLY, 0);
+    if (stderrFd) posix_spawn_file_actions_adddup2(&setup.actions, *stderrFd, 2);
+    else posix_spawn_file_actions_addopen(&setup.actions, 2, "/dev/null", O_WRONLY, 0);
+    platform::addCloseInheritedDescriptors(&setup.actions);
+
+    CStrings argv;
+    argv.add(path);
+    for (const auto& argument : arguments) argv.add(argument);
+    CStrings envp;
+    for (const auto& [name, value] : environment) envp.add(name + "=" + value);
+
+    pid_t pid = 0;
+    int result = posix_spawn(&pid, path.c_str(), &setup.actions, &setup.attributes, argv.vector(), envp.vector());
+    if (result != 0) throw Failure(result);
+
+    auto process = SpawnAccess::make(pid, disclaimed);
+    try {
+        std::thread(SpawnAccess::watch, process, std::move(mainQueue)).detach();
+    } catch (const std::system_error&) {
+        // Without a watcher nobody would reap the child: end it now and report the start as failed.
+        ::kill(pid, SIGKILL);
+        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        throw Failure(EAGAIN);
+    }
+    return process;
+}
+
+std::optional<std::string> output(const std::string& path, const std::vector<std::string>& arguments,
+                                  const Environment& environment, double timeout) {
+    int ends[2];
+    if (::pipe(ends) != 0) return std::nullopt;
+    // Other threads may spawn meanwhile; their children must not keep our write end open.
+    ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+    ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+    const int readEnd = ends[0];
+    struct Closer {
+        int fd;
+        ~Closer() { ::close(fd); }
+    } readCloser{readEnd};
+
+    std::shared_ptr<SpawnedProcess> process;
+    try {
+        process = start(path, arguments, environment, ends[1], std::nullopt, true);
+    } catch (const Failure&) {
+        ::close(ends[1]);
+        return std::nullopt;
+    }
+    ::close(ends[1]);  // so the read end sees end-of-file once the child and its descendants close theirs
+
+    // Read while the child runs (a full pipe would stall it), on this thread: poll with a short
+    // period so that the child's end is noticed even while a descendant keeps the pipe open.
+    const auto started = std::chrono::steady_clock::now();
+    std::optional<std::chrono::steady_clock::time_point> endedAt;
+    std::string buffer;
+    char chunk[65536];
+    bool endOfFile = false;
+    while (!endOfFile) {
+        if (!endedAt && !process->isRunning()) endedAt = std::chrono::steady_clock::now();
+        if (endedAt && secondsSince(*endedAt) >= 2.0) break;  // a descendant holds the pipe: keep what we have
+        if (!endedAt && secondsSince(started) >= timeout) {
+            process->terminate(1.0);
+            return std::nullopt;
+        }
+        pollfd entry{readEnd, POLLIN, 0};
+        int ready = ::poll(&entry, 1, 50);
+        if (ready < 0 && errno != EINTR) break;
+        if (ready <= 0) continue;
+        ssize_t n = ::read(readEnd, chunk, sizeof chunk);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (n <= 0) endOfFile = true;
+        else buffer.append(chunk, static_cast<std::size_t>(n));
+    }
+    if (!endedAt && !process->wait(timeout - secondsSince(started))) {
+        process->terminate(1.0);
+        return std::nullopt;
+    }
+    return text::repairedUtf8(buffer);
+}
+
+int stopLeftovers(const std::string& executableSuffix) {
+    const pid_t own = ::getpid();
+    std::vector<pid_t> kept;
+    for (pid_t pid : platform::allProcessIds()) {
+        if (pid < 1 || pid == own) continue;
+        std::string executable = platform::executablePathOf(pid);
+        if (executable.empty()) continue;
+        executable = text::repairedUtf8(executable);
+        if (executable.size() >= executableSuffix.size() &&
+            executable.compare(executable.size() - executableSuffix.size(), executableSuffix.size(),
+                               executableSuffix) == 0)
+            kept.push_back(pid);
+    }
+    if (kept.empty()) return 0;
+    // Ask them all first, so that they wind down side by side.
+    for (pid_t pid : kept) ::kill(pid, SIGTERM);
+    for (pid_t pid : kept) {
+        bool alive = ::kill(pid, 0) == 0;
+        for (int check = 0; alive && check < 200; ++check) {
+            ::usleep(100000);
+            alive = ::kill(pid, 0) == 0;
+        }
+        if (alive) ::kill(pid, SIGKILL);
+    }
+    return static_cast<int>(kept.size());
+}
+
+int stopLeftovers() { return stopLeftovers(platform::serverExecutableSuffix()); }
+
+bool isExecutableFile(const std::string& path) {
+    struct stat info{};
+    return !path.empty() && ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+           ::access(path.c_str(), X_OK) == 0;
+}
+
+}  // namespace Spawn
+}  // namespace velmora

@@ -1,0 +1,227 @@
+#include "permissions/helper_perms.h"
+
+#include "core/manual_queue.h"
+#include "permissions/app_log.h"
+#include "platform/paths.h"
+#include "settings/keys.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sys/stat.h>
+
+using namespace velmora;
+using velmora::test::fileExists;
+using velmora::test::readFile;
+using velmora::test::TempHome;
+using velmora::test::writeFile;
+
+namespace {
+
+std::string script(const std::string& path, const std::string& body) {
+    writeFile(path, "#!/bin/sh\n" + body);
+    ::chmod(path.c_str(), 0755);
+    return path;
+}
+
+// The log's lines without their time stamps.
+std::vector<std::string> logMessages() {
+    std::vector<std::string> messages;
+    std::istringstream lines(readFile(AppLog::path()));
+    std::string line;
+    while (std::getline(lines, line)) {
+        auto tag = line.find("] [Velmora app] ");
+        messages.push_back(tag == std::string::npos ? line : line.substr(tag + 16));
+    }
+    return messages;
+}
+
+class HelperPermsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ::unsetenv("KORVEN_CLI");
+        platform::makeDirectories(platform::logDirectory());
+        prefix = home.path() + "/prefix";
+        calls = home.path() + "/calls";
+    }
+    void TearDown() override { ::unsetenv("KORVEN_CLI"); }
+
+    // An installed-looking prefix whose server records each probe and answers `answer`.
+    void installServer(const std::string& answer) {
+        script(prefix + "/libexec/velmora/velmora-server",
+               "echo \"$MAC_SHADOW_PERMS $WLOG_LEVEL $*\" >> '" + calls + "'\n" + answer + "\n");
+    }
+
+    std::optional<PermStatus> run(const std::shared_ptr<HelperPerms>& perms, const std::string& mode) {
+        bool called = false;
+        std::optional<PermStatus> result;
+        perms->probe(mode, [&](std::optional<PermStatus> status) {
+            called = true;
+            result = status;
+        });
+        EXPECT_TRUE(queue->runUntil([&] { return called; }, 30));
+        return result;
+    }
+
+    TempHome home;
+    std::string prefix;
+    std::string calls;
+    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+};
+
+}  // namespace
+
+TEST_F(HelperPermsTest, FindsTheHelperInThePrefixUnlessKorvenCliNamesAnother) {
+    installServer("echo screen=1 input=1");
+    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    EXPECT_EQ(perms->helperApp(), prefix + "/libexec/velmora");
+    EXPECT_EQ(perms->helperBinary(), prefix + "/libexec/velmora/velmora-server");
+
+    ::setenv("KORVEN_CLI", "", 1);
+    EXPECT_EQ(HelperPerms::create(queue, platform::DefaultsStore(), prefix)->helperBinary(),
+              prefix + "/libexec/velmora/velmora-server");
+    ::setenv("KORVEN_CLI", "/some/where/server", 1);
+    EXPECT_EQ(HelperPerms::create(queue, platform::DefaultsStore(), prefix)->helperBinary(), "/some/where/server");
+    ::unsetenv("KORVEN_CLI");
+    auto none = HelperPerms::create(queue, platform::DefaultsStore(), home.path() + "/empty");
+    EXPECT_FALSE(none->helperApp());
+    EXPECT_FALSE(none->helperBinary());
+}
+
+TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
+    installServer("echo 'server starting'; echo 'screen=1 input=0'");
+    platform::DefaultsStore store;
+    auto perms = HelperPerms::create(queue, store, prefix);
+    EXPECT_EQ(run(perms, "check"), (PermStatus{true, false}));
+    EXPECT_EQ(perms->last(), (PermStatus{true, false}));
+    EXPECT_FALSE(perms->lastProbeFailed());
+    EXPECT_FALSE(perms->grantedBefore());
+    EXPECT_EQ(readFile(calls), "check ERROR /port:33895\n");
+
+    installServer("echo 'screen=1 input=1'");
+    EXPECT_EQ(run(perms, "request"), (PermStatus{true, true}));
+    EXPECT_TRUE(perms->grantedBefore());
+    EXPECT_TRUE(store.boolean(Key::helperPermsGrantedOnce));
+
+    // No usable answer: failure noted, the earlier status kept, the grant not forgotten.
+    installServer("echo 'screen=maybe input=1'; exit 1");
+    EXPECT_EQ(run(perms, "check"), std::nullopt);
+    EXPECT_TRUE(perms->lastProbeFailed());
+    EXPECT_EQ(perms->last(), (PermStatus{true, true}));
+    EXPECT_TRUE(perms->grantedBefore());
+
+    EXPECT_EQ(logMessages(), (std::vector<std::string>{"permission check: screen=1 input=0",
+                                                       "permission request: screen=1 input=1",
+                                                       "permission check: no answer from the server"}));
+}
+
+TEST_F(HelperPermsTest, WithoutAnExecutableServerTheProbeFailsAtOnceAndQuietly) {
+    script(home.path() + "/not-executable", "echo screen=1 input=1");
+    ::chmod((home.path() + "/not-executable").c_str(), 0644);
+    ::setenv("KORVEN_CLI", (home.path() + "/not-executable").c_str(), 1);
+    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    bool called = false;
+    std::optional<PermStatus> result{PermStatus{true, true}};
+    perms->check([&](std::optional<PermStatus> status) {
+        called = true;
+        result = status;
+    });
+    EXPECT_TRUE(perms->lastProbeFailed());
+    EXPECT_FALSE(called);  // delivered later, on the main queue
+    queue->runPending();
+    EXPECT_TRUE(called);
+    EXPECT_EQ(result, std::nullopt);
+    EXPECT_FALSE(fileExists(AppLog::path()));
+}
+
+TEST_F(HelperPermsTest, CompletionIsDroppedOnceTheServiceIsGone) {
+    installServer("echo 'screen=1 input=1'");
+    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    bool called = false;
+    perms->check([&](std::optional<PermStatus>) { called = true; });
+    perms.reset();  // finishes the queued probe, whose answer then finds nobody
+    queue->runPending();
+    EXPECT_FALSE(called);
+    EXPECT_TRUE(logMessages().empty());
+}
+
+TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
+    installServer("echo 'screen=1 input=1'");
+    std::string resets = home.path() + "/resets";
+    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    EXPECT_FALSE(perms->resetTool);  // Linux keeps no privacy lists
+    perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
+                                                        "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
+                                                        "exit 0\n");
+    bool done = false;
+    std::optional<PermStatus> result;
+    perms->repair(permRepairPlan({true, false}, false), [&](std::optional<PermStatus> status) {
+        done = true;
+        result = status;
+    });
+    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
+    EXPECT_EQ(result, (PermStatus{true, true}));
+    EXPECT_EQ(readFile(resets), "reset Accessibility com.velmora.shadow\n");
+    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
+    EXPECT_EQ(logMessages(), (std::vector<std::string>{"tccutil reset Accessibility com.velmora.shadow: exit 1 (odd)",
+                                                       "permission request: screen=1 input=1"}));
+
+    // An empty plan runs no probe and answers with the last status.
+    done = false;
+    perms->repair(permRepairPlan({true, true}, true), [&](std::optional<PermStatus> status) {
+        done = true;
+        result = status;
+    });
+    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
+    EXPECT_EQ(result, perms->last());
+    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
+}
+
+TEST_F(HelperPermsTest, RepairWithoutAResetToolStillRequests) {
+    installServer("echo 'screen=0 input=1'");
+    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    bool done = false;
+    perms->repair(permRepairPlan({false, false}, false), [&](std::optional<PermStatus>) { done = true; });
+    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
+    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
+    EXPECT_EQ(logMessages(), std::vector<std::string>{"permission request: screen=0 input=1"});
+}
+
+TEST_F(HelperPermsTest, TccResetReportsAToolThatCannotStart) {
+    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    perms->resetTool = home.path() + "/missing-tccutil";
+    perms->tccReset("ScreenCapture", "com.velmora.shadow");
+    EXPECT_EQ(logMessages(),
+              std::vector<std::string>{"tccutil failed: Could not start the server: No such file or directory"});
+}
+
+TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUser) {
+    std::string resets = home.path() + "/resets";
+    platform::DefaultsStore store;
+    auto perms = HelperPerms::create(queue, store, prefix);
+    perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
+    perms->cleanUpLegacyEntriesOnce();
+    EXPECT_TRUE(store.boolean(Key::legacyAppPermsReset));
+    perms->drainQueue();
+    EXPECT_EQ(readFile(resets), "reset ScreenCapture com.velmora.app\nreset Accessibility com.velmora.app\n");
+    EXPECT_EQ(logMessages(), (std::vector<std::string>{"tccutil reset ScreenCapture com.velmora.app: exit 0",
+                                                       "tccutil reset Accessibility com.velmora.app: exit 0"}));
+
+    auto again = HelperPerms::create(queue, store, prefix);
+    again->resetTool = perms->resetTool;
+    again->cleanUpLegacyEntriesOnce();
+    again->drainQueue();
+    EXPECT_EQ(readFile(resets), "reset ScreenCapture com.velmora.app\nreset Accessibility com.velmora.app\n");
+}
+
+TEST_F(HelperPermsTest, OpenPassesOnlyURLsToTheOpener) {
+    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    perms->open(HelperPerms::screenURL);  // no opener yet: nothing happens
+    std::vector<std::string> opened;
+    perms->opener = [&](const std::string& url) { opened.push_back(url); };
+    for (const char* url : {HelperPerms::screenURL, HelperPerms::inputURL, "file:///tmp/Velmora.log", "", "no url",
+                            "://missing-scheme", "1http://x", "https://a b"})
+        perms->open(url);
+    EXPECT_EQ(opened, (std::vector<std::string>{HelperPerms::screenURL, HelperPerms::inputURL, "file:///tmp/Velmora.log"}));
+}

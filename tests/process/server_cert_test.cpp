@@ -1,0 +1,138 @@
+#include "process/server_cert.h"
+
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+using namespace velmora;
+using velmora::test::fileExists;
+using velmora::test::TempHome;
+using velmora::test::writeFile;
+
+namespace {
+
+// A self-signed certificate in PEM form whose subject holds exactly `entries` (field, value).
+std::string makeCertificate(const std::vector<std::pair<std::string, std::string>>& entries) {
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+    std::unique_ptr<X509, decltype(&X509_free)> cert(X509_new(), &X509_free);
+    X509_set_version(cert.get(), 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), 7);
+    X509_gmtime_adj(X509_getm_notBefore(cert.get()), 0);
+    X509_gmtime_adj(X509_getm_notAfter(cert.get()), 3600);
+    X509_NAME* name = X509_get_subject_name(cert.get());
+    for (const auto& [field, value] : entries)
+        X509_NAME_add_entry_by_txt(name, field.c_str(), MBSTRING_UTF8,
+                                   reinterpret_cast<const unsigned char*>(value.data()),
+                                   static_cast<int>(value.size()), -1, 0);
+    X509_set_issuer_name(cert.get(), name);
+    X509_set_pubkey(cert.get(), key.get());
+    X509_sign(cert.get(), key.get(), EVP_sha256());
+    std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), &BIO_free);
+    PEM_write_bio_X509(out.get(), cert.get());
+    char* data = nullptr;
+    long size = BIO_get_mem_data(out.get(), &data);
+    return std::string(data, static_cast<std::size_t>(size));
+}
+
+std::string bodyOf(const std::string& pem) {
+    auto start = pem.find('\n') + 1;
+    auto end = pem.find("-----END");
+    std::string body;
+    for (char c : pem.substr(start, end - start))
+        if (c != '\n') body += c;
+    return body;
+}
+
+}  // namespace
+
+TEST(ServerCert, DerDecodesTheFirstBlockWhateverTheWrappingAndRejectsBadBase64) {
+    std::string pem = makeCertificate({{"CN", "shadow"}});
+    auto reference = ServerCert::der(pem);
+    ASSERT_TRUE(reference);
+    std::string body = bodyOf(pem);
+
+    std::string crlf = "junk before\r\n-----BEGIN CERTIFICATE-----\r\n";
+    for (std::size_t i = 0; i < body.size(); i += 64) crlf += body.substr(i, 64) + "\r\n";
+    crlf += "-----END CERTIFICATE-----\r\ntrailing text";
+    EXPECT_EQ(ServerCert::der(crlf), reference);
+    // One line, and odd Unicode white space (NBSP, LINE SEPARATOR, tab) in between.
+    EXPECT_EQ(ServerCert::der("-----BEGIN CERTIFICATE-----" + body.substr(0, 10) + "\xC2\xA0\t" +
+                              body.substr(10, 10) + "\xE2\x80\xA8" + body.substr(20) + "-----END CERTIFICATE-----"),
+              reference);
+    // Only the first block counts.
+    EXPECT_EQ(ServerCert::der(pem + makeCertificate({})), reference);
+
+    EXPECT_FALSE(ServerCert::der("no markers"));
+    EXPECT_FALSE(ServerCert::der("-----BEGIN CERTIFICATE-----\n" + body + "\n"));
+    EXPECT_FALSE(ServerCert::der("-----END CERTIFICATE-----\n-----BEGIN CERTIFICATE-----\n" + body));
+    std::string stray = body;
+    stray[5] = '*';
+    EXPECT_FALSE(ServerCert::der("-----BEGIN CERTIFICATE-----" + stray + "-----END CERTIFICATE-----"));
+    EXPECT_FALSE(ServerCert::der("-----BEGIN CERTIFICATE-----" + body.substr(1) + "-----END CERTIFICATE-----"));
+}
+
+TEST(ServerCert, StrictBase64) {
+    using Bytes = std::vector<unsigned char>;
+    EXPECT_EQ(ServerCert::decodeBase64(""), Bytes{});
+    EXPECT_EQ(ServerCert::decodeBase64("TWFu"), (Bytes{'M', 'a', 'n'}));
+    EXPECT_EQ(ServerCert::decodeBase64("TWE="), (Bytes{'M', 'a'}));
+    EXPECT_EQ(ServerCert::decodeBase64("TQ=="), (Bytes{'M'}));
+    EXPECT_EQ(ServerCert::decodeBase64("+/+/"), (Bytes{0xfb, 0xff, 0xbf}));
+    EXPECT_FALSE(ServerCert::decodeBase64("TQ"));     // padding missing
+    EXPECT_FALSE(ServerCert::decodeBase64("TQ==="));  // too much
+    EXPECT_FALSE(ServerCert::decodeBase64("T==="));
+    EXPECT_FALSE(ServerCert::decodeBase64("TQ==TWFu"));  // padding in the middle
+    EXPECT_FALSE(ServerCert::decodeBase64("TW-u"));      // the URL alphabet is not standard base64
+}
+
+TEST(ServerCert, SubjectNameIsTheFirstNonEmptyNamingField) {
+    EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"O", "Org"}, {"CN", "host.example"}})), "host.example");
+    EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"C", "DE"}, {"OU", "Unit"}, {"O", "Org"}})), "Org");
+    EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"C", "DE"}, {"emailAddress", "a@b.c"}})), "a@b.c");
+    EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"CN", ""}, {"OU", "Unit"}})), "Unit");
+    EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"CN", "Zoë"}})), "Zoë");
+    EXPECT_FALSE(ServerCert::subjectName(makeCertificate({})));
+    EXPECT_FALSE(ServerCert::subjectName(makeCertificate({{"C", "DE"}})));
+    EXPECT_FALSE(ServerCert::subjectName("-----BEGIN CERTIFICATE-----aGVsbG8=-----END CERTIFICATE-----"));
+}
+
+TEST(ServerCert, RemoveIfNamelessJudgesOnlyDecodableBlocks) {
+    TempHome home;
+    const std::string cert = ServerCert::certPath();
+    const std::string key = ServerCert::keyPath();
+    EXPECT_EQ(cert, home.configHome() + "/freerdp/shadow/shadow.crt");
+    EXPECT_EQ(key, home.configHome() + "/freerdp/shadow/shadow.key");
+
+    EXPECT_FALSE(ServerCert::removeIfNameless());  // no file at all
+
+    auto expectKept = [&](const std::string& contents) {
+        writeFile(cert, contents);
+        writeFile(key, "key");
+        EXPECT_FALSE(ServerCert::removeIfNameless()) << contents;
+        EXPECT_TRUE(fileExists(cert));
+        EXPECT_TRUE(fileExists(key));
+    };
+    expectKept(makeCertificate({{"CN", "named"}}));
+    expectKept("-----BEGIN CERTIFICATE-----\nTWFu\n");               // no end marker
+    expectKept("-----BEGIN CERTIFICATE-----\nTW*u\n-----END CERTIFICATE-----\n");  // stray character
+    expectKept("\xFF\xFE not UTF-8 -----BEGIN CERTIFICATE-----\nTWFu\n-----END CERTIFICATE-----\n");
+
+    writeFile(cert, makeCertificate({}));
+    writeFile(key, "key");
+    EXPECT_TRUE(ServerCert::removeIfNameless());
+    EXPECT_FALSE(fileExists(cert));
+    EXPECT_FALSE(fileExists(key));
+
+    // Bytes that are no certificate, and no key file beside them: still removed, still true.
+    writeFile(cert, "-----BEGIN CERTIFICATE-----\naGVsbG8gd29ybGQ=\n-----END CERTIFICATE-----\n");
+    EXPECT_TRUE(ServerCert::removeIfNameless());
+    EXPECT_FALSE(fileExists(cert));
+}

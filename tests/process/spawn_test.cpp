@@ -1,0 +1,263 @@
+#include "process/spawn.h"
+
+#include "child_scripts.h"
+#include "core/manual_queue.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace velmora;
+using velmora::test::processExists;
+using velmora::test::readFile;
+using velmora::test::TempHome;
+using velmora::test::writeScript;
+
+namespace {
+
+std::shared_ptr<SpawnedProcess> shell(const std::string& command, std::optional<int> out = std::nullopt,
+                                      std::shared_ptr<MainQueue> queue = nullptr) {
+    return Spawn::start("/bin/sh", {"-c", command}, {{"PATH", "/usr/bin:/bin"}}, out, std::nullopt, false,
+                        std::move(queue));
+}
+
+// The "SigXxx:" mask of a process, from /proc.
+std::string statusField(pid_t pid, const std::string& field) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind(field + ":", 0) == 0) return line.substr(line.find_first_not_of(" \t", field.size() + 1));
+    return {};
+}
+
+std::vector<std::string> threadNames() {
+    std::vector<std::string> names;
+    DIR* tasks = ::opendir("/proc/self/task");
+    while (dirent* entry = tasks ? ::readdir(tasks) : nullptr) {
+        if (entry->d_name[0] == '.') continue;
+        std::string name = readFile(std::string("/proc/self/task/") + entry->d_name + "/comm");
+        if (!name.empty() && name.back() == '\n') name.pop_back();
+        names.push_back(name);
+    }
+    if (tasks) ::closedir(tasks);
+    return names;
+}
+
+}  // namespace
+
+TEST(Spawn, ExitCodesTellExitStatusFromSignals) {
+    auto three = shell("exit 3");
+    auto killed = shell("kill -KILL $$");
+    auto terminated = shell("kill -TERM $$");
+    ASSERT_TRUE(three->wait(10));
+    ASSERT_TRUE(killed->wait(10));
+    ASSERT_TRUE(terminated->wait(10));
+    EXPECT_EQ(three->exitCode(), 3);
+    EXPECT_FALSE(three->killedBySignal());
+    EXPECT_EQ(killed->exitCode(), 137);
+    EXPECT_TRUE(killed->killedBySignal());
+    EXPECT_EQ(terminated->exitCode(), 143);
+    EXPECT_TRUE(terminated->killedBySignal());
+    EXPECT_FALSE(three->isRunning());
+    EXPECT_FALSE(three->disclaimed());  // nothing on this system can disclaim
+}
+
+TEST(Spawn, WaitIsALatchForAnyNumberOfWaiters) {
+    auto child = shell("exec sleep 100");
+    EXPECT_TRUE(child->isRunning());
+    EXPECT_EQ(child->exitCode(), 0);
+    EXPECT_FALSE(child->wait(0));
+    EXPECT_FALSE(child->wait(0.05));
+    ::kill(child->pid(), SIGKILL);
+    std::atomic<int> passed{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 6; ++i)
+        waiters.emplace_back([&] {
+            if (child->wait(10) && child->wait(0) && child->wait(0)) ++passed;
+        });
+    for (auto& waiter : waiters) waiter.join();
+    EXPECT_EQ(passed.load(), 6);
+    EXPECT_TRUE(child->wait(0));
+    EXPECT_EQ(child->exitCode(), 137);
+}
+
+TEST(Spawn, TerminateEscalatesToKillOnlyForAChildThatIgnoresTerm) {
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    auto stubborn = shell("trap '' TERM; echo ready; exec sleep 100", ready[1]);
+    ::close(ready[1]);
+    char buffer[8] = {};
+    ASSERT_GT(::read(ready[0], buffer, 5), 0);  // the trap is in place
+    ::close(ready[0]);
+    stubborn->terminate(0.2);
+    EXPECT_FALSE(stubborn->isRunning());
+    EXPECT_EQ(stubborn->exitCode(), 137);
+
+    auto polite = shell("exec sleep 100");
+    polite->terminate(30);
+    EXPECT_FALSE(polite->isRunning());
+    EXPECT_EQ(polite->exitCode(), 143);
+    polite->terminate();  // already ended: returns at once, nothing sent
+    EXPECT_EQ(polite->exitCode(), 143);
+}
+
+TEST(Spawn, ChildStartsCleanWithOnlyItsGivenEnvironmentAndNoInheritedDescriptors) {
+    TempHome home;
+    // A descriptor of ours without close-on-exec, and a signal ignored and one blocked here.
+    int leaked = ::open("/dev/null", O_RDONLY);
+    ASSERT_GE(leaked, 0);
+    ASSERT_GE(::dup2(leaked, 100), 0);
+    auto oldInt = std::signal(SIGINT, SIG_IGN);
+    sigset_t blocked, saved;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, &saved);
+
+    std::string outPath = home.path() + "/out";
+    int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    auto child = Spawn::start("/bin/sh",
+                              {"-c", "readlink /proc/$$/fd/0 /proc/$$/fd/2; ls /proc/$$/fd | tr '\\n' ' '; echo; "
+                                     "echo \"$ONLY\"; env | grep -c ."},
+                              {{"ONLY", "this one"}}, out, std::nullopt, false);
+    auto sleeper = Spawn::start("/bin/sleep", {"100"}, {}, std::nullopt, std::nullopt, false);
+    // Wait for sleep to have exec'd before reading its masks.
+    for (int i = 0; i < 1000 && readFile("/proc/" + std::to_string(sleeper->pid()) + "/comm") != "sleep\n"; ++i)
+        ::usleep(1000);
+    std::string sigIgn = statusField(sleeper->pid(), "SigIgn");
+    std::string sigBlk = statusField(sleeper->pid(), "SigBlk");
+    ASSERT_TRUE(child->wait(10));
+    sleeper->terminate();
+
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    std::signal(SIGINT, oldInt);
+    ::close(out);
+    ::close(100);
+    ::close(leaked);
+
+    // Signals 1 to 31; glibc keeps its two internal real-time signals (32, 33) to itself.
+    auto standard = [](const std::string& mask) { return std::stoull(mask, nullptr, 16) & 0x7fffffffULL; };
+    EXPECT_EQ(standard(sigIgn), 0u) << sigIgn;
+    EXPECT_EQ(standard(sigBlk), 0u) << sigBlk;
+    std::istringstream lines(readFile(outPath));
+    std::string stdinTarget, stderrTarget, fds, only, count;
+    std::getline(lines, stdinTarget);
+    std::getline(lines, stderrTarget);
+    std::getline(lines, fds);
+    std::getline(lines, only);
+    std::getline(lines, count);
+    EXPECT_EQ(stdinTarget, "/dev/null");
+    EXPECT_EQ(stderrTarget, "/dev/null");
+    // 0, 1, 2 and at most the one that ls itself opened to read the folder.
+    EXPECT_EQ(fds.rfind("0 1 2 ", 0), 0u) << fds;
+    EXPECT_EQ(fds.find("100"), std::string::npos) << fds;
+    EXPECT_LE(fds.size(), std::string("0 1 2 3 ").size()) << fds;
+    EXPECT_EQ(only, "this one");
+    // ONLY, plus what the shell adds itself (PWD); nothing of ours.
+    EXPECT_LE(std::stoi(count), 2);
+}
+
+TEST(Spawn, EnvironmentIsExactlyTheOneGiven) {
+    auto text = Spawn::output("/usr/bin/env", {}, {{"A", "1"}, {"B", "two words"}}, 10);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(*text, "A=1\nB=two words\n");
+}
+
+TEST(Spawn, StartingAMissingProgramThrowsWithTheSystemText) {
+    try {
+        Spawn::start("/nonexistent/velmora-server", {}, {}, std::nullopt, std::nullopt, true);
+        FAIL() << "no failure";
+    } catch (const Spawn::Failure& failure) {
+        EXPECT_EQ(failure.code(), ENOENT);
+        EXPECT_EQ(failure.description(), "Could not start the server: No such file or directory");
+    }
+}
+
+TEST(Spawn, OnExitRunsOnceOnTheMainQueueFromANamedWatcher) {
+    auto queue = std::make_shared<ManualQueue>();
+    auto sleeper = Spawn::start("/bin/sleep", {"100"}, {}, std::nullopt, std::nullopt, false, queue);
+    // The watcher names itself once it runs.
+    auto named = [&] {
+        auto names = threadNames();
+        return std::find(names.begin(), names.end(), "wait " + std::to_string(sleeper->pid())) != names.end();
+    };
+    for (int i = 0; i < 2000 && !named(); ++i) ::usleep(1000);
+    EXPECT_TRUE(named());
+
+    std::vector<std::pair<pid_t, int>> ends;
+    std::thread::id ranOn;
+    sleeper->onExit = [&](SpawnedProcess& process) {
+        ends.emplace_back(process.pid(), process.exitCode());
+        ranOn = std::this_thread::get_id();
+    };
+    ::kill(sleeper->pid(), SIGKILL);
+    ASSERT_TRUE(queue->runUntil([&] { return !ends.empty(); }));
+    queue->runPending();
+    EXPECT_EQ(ends, (std::vector<std::pair<pid_t, int>>{{sleeper->pid(), 137}}));
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+}
+
+TEST(Spawn, OutputReturnsStdoutOnlyAndNothingOnFailureOrTimeOut) {
+    TempHome home;
+    auto both = Spawn::output("/bin/sh", {"-c", "echo out; echo err >&2; printf 'bad \\377 byte'"}, {}, 10);
+    ASSERT_TRUE(both);
+    EXPECT_EQ(*both, "out\nbad \xEF\xBF\xBD byte");
+    auto errOnly = Spawn::output("/bin/sh", {"-c", "echo err >&2"}, {}, 10);
+    ASSERT_TRUE(errOnly);
+    EXPECT_EQ(*errOnly, "");
+    EXPECT_FALSE(Spawn::output("/nonexistent", {}, {}, 10));
+
+    std::string pidFile = home.path() + "/pid";
+    auto late = Spawn::output("/bin/sh", {"-c", "echo $$ > " + pidFile + "; echo partial; exec sleep 100"}, {}, 0.3);
+    EXPECT_FALSE(late);
+    pid_t latePid = std::stoi(readFile(pidFile));
+    EXPECT_FALSE(processExists(latePid));
+}
+
+TEST(Spawn, OutputStopsWaitingForADescendantThatKeepsThePipeOpen) {
+    TempHome home;
+    std::string pidFile = home.path() + "/pid";
+    auto text = Spawn::output("/bin/sh", {"-c", "sleep 100 & echo $! > " + pidFile + "; echo done"}, {}, 30);
+    pid_t orphan = std::stoi(readFile(pidFile));
+    ::kill(orphan, SIGKILL);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(*text, "done\n");
+}
+
+TEST(Spawn, StopLeftoversEndsOnlyProcessesWhosePathEndsWithTheSuffix) {
+    TempHome home;
+    // Copies of sleep whose paths end in a suffix that no other process on the machine can have.
+    std::string unique = "/leftover-" + std::to_string(::getpid());
+    std::string matchingDir = home.path() + "/a" + unique;
+    std::string otherDir = home.path() + "/b" + unique + "-not";
+    std::filesystem::create_directories(matchingDir);
+    std::filesystem::create_directories(otherDir);
+    std::filesystem::copy_file("/bin/sleep", matchingDir + "/velmora-server");
+    std::filesystem::copy_file("/bin/sleep", otherDir + "/velmora-server");
+    ::chmod((matchingDir + "/velmora-server").c_str(), 0755);
+    ::chmod((otherDir + "/velmora-server").c_str(), 0755);
+
+    std::string suffix = unique + "/velmora-server";
+    EXPECT_EQ(Spawn::stopLeftovers(suffix), 0);
+
+    auto first = Spawn::start(matchingDir + "/velmora-server", {"100"}, {}, std::nullopt, std::nullopt, false);
+    auto second = Spawn::start(matchingDir + "/velmora-server", {"100"}, {}, std::nullopt, std::nullopt, false);
+    auto other = Spawn::start(otherDir + "/velmora-server", {"100"}, {}, std::nullopt, std::nullopt, false);
+    EXPECT_EQ(Spawn::stopLeftovers(suffix), 2);
+    ASSERT_TRUE(first->wait(10));
+    ASSERT_TRUE(second->wait(10));
+    EXPECT_EQ(first->exitCode(), 143);  // SIGTERM sufficed: no SIGKILL
+    EXPECT_EQ(second->exitCode(), 143);
+    EXPECT_TRUE(other->isRunning());
+    other->terminate();
+    EXPECT_EQ(Spawn::stopLeftovers(suffix), 0);
+}
