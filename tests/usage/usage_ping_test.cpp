@@ -1,4 +1,5 @@
 #include "core/manual_queue.h"
+#include "core/work_queue.h"
 #include "platform/defaults_store.h"
 #include "platform/system_info.h"
 #include "settings/keys.h"
@@ -44,6 +45,32 @@ TEST(UsagePing, TicksCountMinutesAndSayWhenAReportIsDue) {
     EXPECT_EQ(withStats["risk"], "7");
     EXPECT_EQ(withStats["stalls"], "8");
     EXPECT_EQ(withStats["clients"], "client");
+}
+
+TEST(UsagePing, AnAcceptedReportKeepsTheMinutesCountedWhileItWasInFlight) {
+    test::HttpServer service;
+    ManualQueue queue;
+    auto ping = UsagePing::create(queue, "m", "1.0");
+    for (int i = 0; i < 5; ++i) ping->tick(1);
+
+    ping->send(true, "not a url", std::nullopt);  // nothing is sent, nothing changes
+    EXPECT_EQ(ping->requestsInFlight(), 0);
+
+    ServerStats reading{9, 8, 7, 6, 5, "c"};
+    ping->send(true, service.baseURL(), reading);
+    ASSERT_TRUE(service.waitForRequests(1));
+    ping->tick(1);  // a minute passes before the answer is handled on the main queue
+    ASSERT_TRUE(queue.runUntil([&] { return ping->requestsInFlight() == 0; }));
+    EXPECT_EQ(ping->connectedMinutes(), 1);
+    EXPECT_EQ(ping->minutesSinceSend(), 0);
+    EXPECT_EQ(ping->reportedStats(), reading);  // the whole reading, not the increments sent
+
+    // Once the ping is gone, a late answer changes nothing and harms nothing.
+    ping->send(true, service.baseURL(), std::nullopt);
+    ASSERT_TRUE(service.waitForRequests(2));
+    ping.reset();
+    globalQueue().drain();  // the request's completion has been posted
+    EXPECT_EQ(queue.runPending(), 1u);
 }
 
 // The application's minute tick against a real loopback service, a real statistics file and, for
