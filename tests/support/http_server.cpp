@@ -99,13 +99,16 @@ void HttpServer::handle(int connection) {
         if (data.size() >= headerEnd + 4 + contentLength) break;
     }
     request.body = data.substr(headerEnd + 4, contentLength);
+    // Recorded before answering: a client that has its answer can count on the request being seen.
     int status;
     std::string body;
     {
         std::lock_guard lock(mutex_);
         status = status_;
         body = body_;
+        requests_.push_back(std::move(request));
     }
+    arrived_.notify_all();
     std::string response = "HTTP/1.1 " + std::to_string(status) + " Test\r\nContent-Length: " +
                            std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
     std::size_t sent = 0;
@@ -114,12 +117,6 @@ void HttpServer::handle(int connection) {
         if (n <= 0) break;
         sent += static_cast<std::size_t>(n);
     }
-    // Recorded once answered, so a test that saw the request may count on the answer being out.
-    {
-        std::lock_guard lock(mutex_);
-        requests_.push_back(std::move(request));
-    }
-    arrived_.notify_all();
 }
 
 }  // namespace velmora::test
