@@ -3,6 +3,7 @@
 #include "core/text.h"
 #include "netcheck/http.h"
 #include "netcheck/service_url.h"
+#include "platform/command_output.h"
 #include "platform/system_info.h"
 
 #include <algorithm>
@@ -15,13 +16,8 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace velmora::NetInfo {
 
@@ -58,58 +54,6 @@ struct FileDescriptor {
         if (fd >= 0) ::close(fd);
     }
 };
-
-// Runs the connection lister with stdout into a pipe and stderr to /dev/null; its output, or
-// absent when it cannot be started.
-std::optional<std::string> runLister(const std::vector<std::string>& arguments) {
-    std::string program = platform::connectionListerPath();
-    int pipeEnds[2];
-    if (::pipe2(pipeEnds, O_CLOEXEC) != 0) return std::nullopt;
-    FileDescriptor readEnd{pipeEnds[0]};
-    FileDescriptor writeEnd{pipeEnds[1]};
-
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, writeEnd.fd, STDOUT_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
-    // Every signal at its default, none blocked.
-    sigset_t all;
-    sigset_t none;
-    sigfillset(&all);
-    sigemptyset(&none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-
-    std::vector<char*> argv;
-    argv.push_back(program.data());
-    std::vector<std::string> copies = arguments;
-    for (auto& argument : copies) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-
-    pid_t pid = 0;
-    int status = posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    if (status != 0) return std::nullopt;
-    ::close(writeEnd.fd);
-    writeEnd.fd = -1;
-
-    std::string output;
-    char buffer[65536];
-    for (;;) {
-        ssize_t n = ::read(readEnd.fd, buffer, sizeof buffer);
-        if (n > 0) output.append(buffer, static_cast<std::size_t>(n));
-        else if (n == 0 || errno != EINTR) break;
-    }
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    return output;
-}
 
 }  // namespace
 
@@ -165,8 +109,9 @@ bool isLinkLocal(std::string_view ip) { return startsWith(ip, "169.254."); }
 
 bool canConnect(const std::string& host, std::int32_t port, double timeoutSeconds) {
     if (port < 0 || port > 65535) return false;
-    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM, 0)};
     if (socket.fd < 0) return false;
+    ::fcntl(socket.fd, F_SETFD, FD_CLOEXEC);  // never handed to a child spawned meanwhile
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -185,7 +130,8 @@ bool canConnect(const std::string& host, std::int32_t port, double timeoutSecond
 }
 
 int connectedClients(std::int64_t port) {
-    auto output = runLister({"-nP", "-iTCP:" + std::to_string(port), "-sTCP:ESTABLISHED"});
+    auto output = platform::commandOutput(platform::connectionListerPath(),
+                                          {"-nP", "-iTCP:" + std::to_string(port), "-sTCP:ESTABLISHED"});
     if (!output) return 0;
     if (!text::isValidUtf8(*output)) return 0;  // undecodable output counts as empty
     return countEstablished(*output, port);
