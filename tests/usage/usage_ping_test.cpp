@@ -56,9 +56,10 @@ TEST(UsagePing, AnAcceptedReportKeepsTheMinutesCountedWhileItWasInFlight) {
     ping->send(true, "not a url", std::nullopt);  // nothing is sent, nothing changes
     EXPECT_EQ(ping->requestsInFlight(), 0);
 
-    ServerStats reading{9, 8, 7, 6, 5, "c"};
+    ServerStats reading{9, 8, 7, 6, 5, std::string(5000, 'c')};  // a large body goes out whole
     ping->send(true, service.baseURL(), reading);
     ASSERT_TRUE(service.waitForRequests(1));
+    EXPECT_EQ(nlohmann::json::parse(service.requests()[0].body)["clients"], reading.clients);
     ping->tick(1);  // a minute passes before the answer is handled on the main queue
     ASSERT_TRUE(queue.runUntil([&] { return ping->requestsInFlight() == 0; }));
     EXPECT_EQ(ping->connectedMinutes(), 1);
