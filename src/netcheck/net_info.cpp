@@ -36,12 +36,14 @@ std::optional<std::int64_t> decimalInteger(std::string_view piece) {
         i = 1;
     }
     if (i == piece.size()) return std::nullopt;
+    const std::uint64_t limit = static_cast<std::uint64_t>(INT64_MAX) + (negative ? 1 : 0);
     std::uint64_t value = 0;
     for (; i < piece.size(); ++i) {
         char c = piece[i];
         if (c < '0' || c > '9') return std::nullopt;
-        value = value * 10 + static_cast<std::uint64_t>(c - '0');
-        if (value > static_cast<std::uint64_t>(INT64_MAX) + (negative ? 1 : 0)) return std::nullopt;
+        auto digit = static_cast<std::uint64_t>(c - '0');
+        if (value > (limit - digit) / 10) return std::nullopt;
+        value = value * 10 + digit;
     }
     if (negative) return value == static_cast<std::uint64_t>(INT64_MAX) + 1 ? INT64_MIN : -static_cast<std::int64_t>(value);
     return static_cast<std::int64_t>(value);

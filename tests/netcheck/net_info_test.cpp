@@ -43,6 +43,8 @@ TEST(NetInfo, PrivateAndLinkLocalAddresses) {
         EXPECT_FALSE(NetInfo::isPrivate(no)) << no;
     // Empty pieces are dropped before counting.
     EXPECT_TRUE(NetInfo::isPrivate("10..0.0.1"));
+    // Pieces that are not numbers are dropped, even ones that overflow.
+    EXPECT_TRUE(NetInfo::isPrivate("192.168.99999999999999999999.1.1"));
     EXPECT_TRUE(NetInfo::isLinkLocal("169.254.1.1"));
     EXPECT_FALSE(NetInfo::isLinkLocal("169.25.1.1"));
     EXPECT_FALSE(NetInfo::isLinkLocal("10.169.254.1"));
@@ -74,6 +76,9 @@ TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
     EXPECT_EQ(NetInfo::countEstablished(output, 60000), 1);
     EXPECT_EQ(NetInfo::countEstablished(output, 51234), 0);  // the remote end's port does not count
     EXPECT_EQ(NetInfo::countEstablished("", 3389), 0);
+    // A port past the 64-bit range (2^64 + 3389) is no port, not 3389 wrapped around.
+    EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:18446744073709555005->5.6.7.8:1 (ESTABLISHED)", 3389), 0);
+    EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:+3389->5.6.7.8:1 (ESTABLISHED)", 3389), 1);
 }
 
 TEST(NetInfo, ConnectedClientsSeesRealLoopbackConnections) {
