@@ -1,4 +1,5 @@
 #include "app/cli.h"
+#include "app/report_commands.h"
 
 #include "core/environment.h"
 #include "nla/login_form.h"
@@ -24,7 +25,9 @@ constexpr const char* usage =
     "  plan                  print the server's arguments and environment for the current settings\n"
     "  login set USER        save the Windows login (password read from standard input)\n"
     "  login show            print the Windows login's user name, or \"not set\"\n"
-    "  login clear           remove the Windows login\n";
+    "  login clear           remove the Windows login\n"
+    "  diagnostics           print the diagnostics report\n"
+    "  test-connection       print the connection test's report\n";
 
 int usageError() {
     std::fputs(usage, stderr);
@@ -90,6 +93,8 @@ std::optional<int> runCommandLine(int argc, char** argv) {
     std::string command = argv[1];
     if (command == "plan" && argc == 2) return printPlan();
     if (command == "login") return login(argc, argv);
+    if (command == "diagnostics" && argc == 2) return printDiagnostics();
+    if (command == "test-connection" && argc == 2) return printConnectionTest();
     if (command == "help" || command == "--help" || command == "-h") {
         std::fputs(usage, stdout);
         return 0;

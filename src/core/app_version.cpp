@@ -1,0 +1,7 @@
+#include "core/app_version.h"
+
+namespace velmora {
+
+std::string appVersion() { return VELMORA_VERSION; }
+
+}  // namespace velmora

@@ -1,0 +1,70 @@
+#include "platform/system_info.h"
+
+#include "core/text.h"
+#include "platform/paths.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+
+namespace velmora::platform {
+
+namespace {
+
+std::string firstLineOf(const char* path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string line;
+    if (!in || !std::getline(in, line)) return {};
+    return text::trimmed(text::repairedUtf8(line));
+}
+
+// The value of KEY=value in os-release, with its shell quoting removed.
+std::string osReleaseValue(const std::string& key) {
+    for (const char* path : {"/etc/os-release", "/usr/lib/os-release"}) {
+        std::ifstream in(path, std::ios::binary);
+        if (!in) continue;
+        std::string line;
+        while (std::getline(in, line)) {
+            if (line.compare(0, key.size() + 1, key + "=") != 0) continue;
+            std::string value = text::trimmed(line.substr(key.size() + 1));
+            if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.back() == value.front())
+                value = value.substr(1, value.size() - 2);
+            return text::repairedUtf8(value);
+        }
+        return {};
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string osVersionString() {
+    std::string name = osReleaseValue("PRETTY_NAME");
+    if (name.empty()) name = "Linux";
+    struct utsname system{};
+    if (::uname(&system) == 0) name += std::string(" (kernel ") + system.release + ")";
+    return name;
+}
+
+std::string modelName() { return firstLineOf("/sys/class/dmi/id/product_name"); }
+
+std::string platformUUID() {
+    std::string id = firstLineOf("/etc/machine-id");
+    return id.empty() ? "unknown" : id;
+}
+
+std::string connectionListerPath() { return "/usr/bin/lsof"; }
+
+bool opensAtLogin() {
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    std::string folder;
+    if (config && config[0] == '/') folder = config;
+    else if (std::string home = homeDirectory(); !home.empty()) folder = home + "/.config";
+    else return false;
+    struct stat info{};
+    return ::stat((folder + "/autostart/velmora.desktop").c_str(), &info) == 0;
+}
+
+}  // namespace velmora::platform

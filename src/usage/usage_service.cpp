@@ -1,0 +1,85 @@
+#include "usage/usage_service.h"
+
+#include "core/work_queue.h"
+#include "netcheck/net_info.h"
+#include "netcheck/service_url.h"
+#include "settings/keys.h"
+#include "settings/launch_plan.h"
+
+#include <fstream>
+#include <iterator>
+
+namespace velmora {
+
+namespace {
+
+// The whole file, or absent when it cannot be read.
+std::optional<std::string> readWhole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) return std::nullopt;
+    return bytes;
+}
+
+}  // namespace
+
+std::shared_ptr<UsageService> UsageService::create(MainQueue& mainQueue, platform::DefaultsStore& store,
+                                                   std::shared_ptr<UsagePing> ping, Options options) {
+    return std::shared_ptr<UsageService>(new UsageService(mainQueue, store, std::move(ping), std::move(options)));
+}
+
+UsageService::UsageService(MainQueue& mainQueue, platform::DefaultsStore& store, std::shared_ptr<UsagePing> ping,
+                           Options options)
+    : mainQueue_(mainQueue), store_(store), ping_(std::move(ping)), options_(std::move(options)) {
+    if (!options_.countClients) options_.countClients = [](std::int64_t port) { return NetInfo::connectedClients(port); };
+    if (!options_.statsPath) options_.statsPath = [] { return statsPath(); };
+    if (!options_.serverBase) options_.serverBase = [] { return serviceBaseURL(); };
+}
+
+void UsageService::start(std::function<void()> afterEachTick) {
+    afterEachTick_ = std::move(afterEachTick);
+    stop();
+    schedule();
+}
+
+void UsageService::stop() {
+    if (timer_) timer_->cancel();
+    timer_.reset();
+}
+
+void UsageService::schedule() {
+    std::weak_ptr<UsageService> weak = weak_from_this();
+    timer_ = mainQueue_.postAfter(tickSeconds, [weak] {
+        auto self = weak.lock();
+        if (!self) return;
+        self->usageTick();
+        if (self->afterEachTick_) self->afterEachTick_();
+        self->schedule();
+    });
+}
+
+void UsageService::usageTick() {
+    if (!store_.boolean(Key::usagePing)) return;
+    const std::int64_t port = store_.integer(Key::port);
+    const bool running = options_.serverRunning && options_.serverRunning();
+    std::weak_ptr<UsageService> weak = weak_from_this();
+    ClientCounter count = options_.countClients;
+    MainQueue* mainQueue = &mainQueue_;
+    globalQueue().async([weak, count, mainQueue, port, running] {
+        int clients = running ? count(port) : 0;
+        mainQueue->post([weak, clients] {
+            if (auto self = weak.lock()) self->counted(clients);
+        });
+    });
+}
+
+void UsageService::counted(int clients) {
+    ++ticksCounted_;
+    if (!ping_->tick(clients)) return;
+    std::optional<ServerStats> stats;
+    if (auto bytes = readWhole(options_.statsPath())) stats = ServerStats::fromJSON(*bytes);
+    ping_->send(clients >= 1, options_.serverBase(), stats);
+}
+
+}  // namespace velmora

@@ -1,0 +1,198 @@
+#include "core/text.h"
+#include "netcheck/diagnostics.h"
+#include "platform/system_info.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace velmora {
+namespace {
+
+std::string numberedLines(int count) {
+    std::string log;
+    for (int i = 1; i <= count; ++i) log += "line " + std::to_string(i) + (i < count ? "\n" : "");
+    return log;
+}
+
+TEST(Diagnostics, BuildWritesEveryLineInOrder) {
+    ServerSettings settings;
+    settings.port = 3390;
+    settings.scale = 1.0;
+    settings.fps = 60;
+    settings.adaptiveFps = false;
+    settings.maxPixels = 8294400;
+    settings.videoEncoder = false;
+    settings.audio = false;
+    settings.requireLogin = true;
+    settings.remoteScreen = RemoteScreen::extend;
+    settings.nlaLogin = "anna:0123456789abcdef0123456789abcdef";
+    std::string report = Diagnostics::build(
+        "1.4.2", "Version 14.2 (Build 23C64)", "Mac14,2", settings, true,
+        Diagnostics::permissionEntries(true, false), {{"en0", "192.168.1.20"}, {"utun3", "10.8.0.2"}},
+        "started\nMAC_SHADOW_NLA=anna:0123456789abcdef0123456789abcdef HOME=/Users/anna\ndone\n");
+    EXPECT_EQ(report,
+              "Velmora 1.4.2\n"
+              "macOS Version 14.2 (Build 23C64), Mac14,2\n"
+              "Server: running, port 3390, scale 1.0, max 60 fps (adaptive: off)\n"
+              "Max pixels 8294400, encoder: software, audio off, login required: yes, remote screen: extend\n"
+              "Windows login (NLA): set, user 'anna'\n"
+              "Permission Velmora Server Screen Recording: granted\n"
+              "Permission Velmora Server Accessibility: missing\n"
+              "Addresses: 192.168.1.20 (en0), 10.8.0.2 (utun3)\n"
+              "\n"
+              "Last log lines:\n"
+              "started\n"
+              "[removed] HOME=/Users/anna\n"
+              "done\n");
+
+    ServerSettings defaults;
+    std::string plain = Diagnostics::build("0", "os", "", defaults, false, {}, {}, "");
+    EXPECT_EQ(plain,
+              "Velmora 0\n"
+              "macOS os, \n"
+              "Server: stopped, port 3389, scale 0.75, max 30 fps (adaptive: on)\n"
+              "Max pixels 2073600, encoder: hardware, audio on, login required: yes, remote screen: mirror\n"
+              "Windows login (NLA): not set\n"
+              "Addresses: none\n"
+              "\n"
+              "Last log lines:\n");
+
+    // Only the last 80 lines of a long log are shown.
+    std::string longReport = Diagnostics::build("0", "os", "m", defaults, false, {}, {}, numberedLines(100));
+    EXPECT_NE(longReport.find("Last log lines:\nline 21\nline 22\n"), std::string::npos);
+    EXPECT_EQ(longReport.find("line 20\n"), std::string::npos);
+    EXPECT_EQ(longReport.substr(longReport.size() - 8), "line 100");
+}
+
+TEST(Diagnostics, TailKeepsTheLastLinesWithEmptyOnes) {
+    EXPECT_EQ(Diagnostics::tail(numberedLines(100), 80), Diagnostics::tail(numberedLines(100).substr(0), 80));
+    EXPECT_EQ(text::split(Diagnostics::tail(numberedLines(100), 80), '\n').size(), 80u);
+    EXPECT_EQ(Diagnostics::tail(numberedLines(100), 80).substr(0, 8), "line 21\n");
+    EXPECT_EQ(Diagnostics::tail(numberedLines(3), 80), numberedLines(3));
+    // A trailing line feed is one empty last line.
+    EXPECT_EQ(Diagnostics::tail("a\nb\nc\n", 2), "c\n");
+    EXPECT_EQ(Diagnostics::tail("a\n\n\nb", 3), "\n\nb");
+    EXPECT_EQ(Diagnostics::tail("a\nb", 0), "");
+    EXPECT_EQ(Diagnostics::tail("a\nb", -5), "");
+    EXPECT_EQ(Diagnostics::tail("", 80), "");
+    EXPECT_EQ(Diagnostics::tail("\n", 1), "");
+    EXPECT_EQ(Diagnostics::tail("\n", 2), "\n");
+}
+
+TEST(Diagnostics, RedactRemovesTokensLoginEntriesAndHashWords) {
+    const std::string hash = "0123456789ABCDEF0123456789abcdef";
+    const std::string token = "eyJhbGciOiJIUzI1NiJ9abc.eyJzdWIiOiIxMjM0NTY3ODkwIn0";
+    EXPECT_EQ(Diagnostics::redact("Bearer " + token + " end"), "Bearer [removed] end");
+    // Nineteen characters on one side are not a token.
+    EXPECT_EQ(Diagnostics::redact("aaaaaaaaaaaaaaaaaaa.bbbbbbbbbbbbbbbbbbbbbbbb"), "aaaaaaaaaaaaaaaaaaa.bbbbbbbbbbbbbbbbbbbbbbbb");
+    EXPECT_EQ(Diagnostics::redact("MAC_SHADOW_NLA=anna:" + hash + "\tnext"), "[removed]\tnext");
+    EXPECT_EQ(Diagnostics::redact("x MAC_SHADOW_NLA=a:b:c/d?e next"), "x [removed] next");
+    EXPECT_EQ(Diagnostics::redact("MAC_SHADOW_NLA= empty"), "MAC_SHADOW_NLA= empty");
+    // A no-break space ends the entry as any blank does; other non-ASCII text does not.
+    EXPECT_EQ(Diagnostics::redact("MAC_SHADOW_NLA=jörg:x\u00a0after"), "[removed]\u00a0after");
+    EXPECT_EQ(Diagnostics::redact("hash " + hash), "hash [removed]");
+    EXPECT_EQ(Diagnostics::redact(hash + "," + hash + "\n(" + hash + ")"), "[removed],[removed]\n([removed])");
+    EXPECT_EQ(Diagnostics::redact("-" + hash + "-"), "-[removed]-");
+    // Inside a longer word it stays: letters, digits, an underscore, or a non-ASCII letter next to it.
+    for (const std::string& kept : {"user" + hash, hash + "s", "_" + hash, hash + "0", "\u00e9" + hash,
+                                    hash + "\u4e2d", "0" + hash})
+        EXPECT_EQ(Diagnostics::redact(kept), kept) << kept;
+    // Thirty-one digits are no hash.
+    EXPECT_EQ(Diagnostics::redact(hash.substr(1)), hash.substr(1));
+    // Invalid UTF-8 is repaired, not dropped.
+    EXPECT_EQ(Diagnostics::redact("a\xff " + hash), "a\uFFFD [removed]");
+}
+
+TEST(Diagnostics, RedactCopesWithHostileInput) {
+    const std::size_t big = 10u << 20;
+    std::string tokens(big, 'a');  // one run of token characters, no dot, no line feed
+    EXPECT_EQ(Diagnostics::redact(tokens), tokens);
+    std::string hexRun(big, 'f');
+    EXPECT_EQ(Diagnostics::redact(hexRun), hexRun);
+    std::string nla = "MAC_SHADOW_NLA=" + std::string(big, 'x');
+    EXPECT_EQ(Diagnostics::redact(nla), "[removed]");
+    std::string manyDots;
+    for (int i = 0; i < 200000; ++i) manyDots += "aaaaaaaaaaaaaaaaaaaa.";
+    std::string redacted = Diagnostics::redact(manyDots);
+    EXPECT_EQ(redacted.find("aaaaaaaaaaaaaaaaaaaa.aaaaaaaaaaaaaaaaaaaa"), std::string::npos);
+}
+
+class FileTail : public ::testing::Test {
+protected:
+    test::TempHome home;
+    std::string path = home.path() + "/Velmora.log";
+
+    void expectSameAsWhole(const std::string& contents) {
+        test::writeFile(path, contents);
+        for (std::int64_t lines : {0, 1, 2, 3, 80, 81, 5000})
+            EXPECT_EQ(Diagnostics::fileTail(path, lines), Diagnostics::tail(text::repairedUtf8(contents), lines))
+                << "lines " << lines << ", size " << contents.size();
+    }
+};
+
+TEST_F(FileTail, ReadsTheEndExactlyAsTheWholeFileWouldGive) {
+    expectSameAsWhole("");
+    expectSameAsWhole("\n");
+    expectSameAsWhole(numberedLines(100));
+    expectSameAsWhole(numberedLines(100) + "\n");
+    expectSameAsWhole(numberedLines(3));
+    expectSameAsWhole("no line feed at all");
+
+    std::string crlf;
+    for (int i = 0; i < 120; ++i) crlf += "[10:00:00:000] [Velmora app] line " + std::to_string(i) + "\r\n";
+    expectSameAsWhole(crlf);
+
+    // Invalid UTF-8 everywhere, including cut sequences right before line feeds.
+    std::string broken;
+    for (int i = 0; i < 200; ++i) broken += "caf\xc3\xa9 \xe2\x82\n\xff\xfe bad \xf0\x9f\x98\n\x80";
+    expectSameAsWhole(broken);
+
+    // Lines longer than the read chunk, so the search crosses chunk borders.
+    std::string longLines;
+    for (int i = 0; i < 90; ++i) longLines += std::string(70000 + i * 1000, static_cast<char>('a' + i % 26)) + "\n";
+    expectSameAsWhole(longLines);
+    expectSameAsWhole(std::string(300000, 'z'));
+    expectSameAsWhole(std::string(200000, '\n'));
+}
+
+TEST_F(FileTail, MissingOrUnreadableLogGivesNothing) {
+    EXPECT_EQ(Diagnostics::fileTail(path, 80), "");
+    EXPECT_EQ(Diagnostics::fileTail(home.path(), 80), "");  // a folder
+}
+
+TEST_F(FileTail, GatherUsesTheSystemFactsAndTheLogsEnd) {
+    std::string log;
+    for (int i = 1; i <= 90; ++i) log += "[12:00:00:000] [Velmora app] entry " + std::to_string(i) + "\n";
+    log += "MAC_SHADOW_NLA=anna:0123456789abcdef0123456789abcdef\n";
+    test::writeFile(path, log);
+    std::string report = Diagnostics::gather("2.0", ServerSettings{}, false, {}, path);
+    EXPECT_EQ(report.rfind("Velmora 2.0\nmacOS " + platform::osVersionString() + ", " + platform::modelName() + "\n", 0),
+              0u)
+        << report;
+    EXPECT_EQ(report.find("Permission "), std::string::npos);
+    auto excerpt = report.substr(report.find("Last log lines:\n") + 16);
+    // 90 entries, the login line and the empty piece after the last line feed: 80 start at entry 13.
+    EXPECT_EQ(excerpt.substr(0, 38), "[12:00:00:000] [Velmora app] entry 13\n");
+    EXPECT_EQ(excerpt.substr(excerpt.size() - 11), "\n[removed]\n");
+    std::string noLog = Diagnostics::gather("2.0", ServerSettings{}, false, {}, home.path() + "/none");
+    EXPECT_EQ(noLog.substr(noLog.size() - 16), "Last log lines:\n");
+}
+
+TEST(SystemInfo, PlatformFacts) {
+    std::ifstream machineId("/etc/machine-id");
+    std::string id;
+    std::getline(machineId, id);
+    EXPECT_EQ(platform::platformUUID(), id.empty() ? "unknown" : text::trimmed(id));
+    EXPECT_FALSE(platform::osVersionString().empty());
+    EXPECT_EQ(platform::modelName().find('\n'), std::string::npos);
+
+    test::TempHome home;
+    EXPECT_FALSE(platform::opensAtLogin());
+    test::writeFile(home.configHome() + "/autostart/velmora.desktop", "[Desktop Entry]\n");
+    EXPECT_TRUE(platform::opensAtLogin());
+}
+
+}  // namespace
+}  // namespace velmora

@@ -1,0 +1,211 @@
+#include "netcheck/connection_test.h"
+#include "netcheck/net_info.h"
+#include "netcheck/service_url.h"
+#include "support/http_server.h"
+#include "support/loopback.h"
+#include "support/scoped_env.h"
+
+#include <gtest/gtest.h>
+
+namespace velmora {
+namespace {
+
+using NetInfo::Address;
+
+TEST(NetInfo, UsableDropsLoopbackLinkLocalAndMalformedThenPutsEnFirst) {
+    std::vector<Address> listed{
+        {"utun3", "10.8.0.2"},    {"en1", "192.168.1.30"}, {"lo", "127.0.0.1"},      {"bridge0", "172.16.0.1"},
+        {"en0", "192.168.1.20"},  {"en5", "169.254.3.4"},  {"en0", "10.0.0.7"},       {"eth0", "1.2.3"},
+        {"eth1", "1..2.3"},       {"wlan0", "203.0.113.9"}, {"enp3s0", "192.168.5.5"},
+    };
+    std::vector<Address> expected{
+        {"en0", "192.168.1.20"},  {"en0", "10.0.0.7"},      {"en1", "192.168.1.30"}, {"enp3s0", "192.168.5.5"},
+        {"bridge0", "172.16.0.1"}, {"utun3", "10.8.0.2"},   {"wlan0", "203.0.113.9"},
+    };
+    EXPECT_EQ(NetInfo::usable(listed), expected);
+    EXPECT_TRUE(NetInfo::usable({{"lo0", "127.0.0.1"}, {"en0", "169.254.10.1"}}).empty());
+}
+
+TEST(NetInfo, LocalAddressesAreUsableIPv4WithoutLoopback) {
+    auto addresses = NetInfo::localAddresses();
+    EXPECT_EQ(NetInfo::usable(addresses), addresses);  // already filtered and sorted
+    for (const auto& address : addresses) {
+        EXPECT_NE(address.ip.rfind("127.", 0), 0u) << address.ip;
+        EXPECT_EQ(address.ip.find(':'), std::string::npos) << address.ip;  // never IPv6
+    }
+}
+
+TEST(NetInfo, PrivateAndLinkLocalAddresses) {
+    for (const char* yes : {"10.0.0.1", "172.16.0.1", "172.31.255.255", "192.168.1.20", "10.255.255.255"})
+        EXPECT_TRUE(NetInfo::isPrivate(yes)) << yes;
+    for (const char* no : {"172.15.0.1", "172.32.0.1", "10.0.0.1.5", "192.168.x.1", "192.169.0.1", "8.8.8.8",
+                           "10.0.0.256", "", "10.-1.0.0"})
+        EXPECT_FALSE(NetInfo::isPrivate(no)) << no;
+    // Empty pieces are dropped before counting.
+    EXPECT_TRUE(NetInfo::isPrivate("10..0.0.1"));
+    // Pieces that are not numbers are dropped, even ones that overflow.
+    EXPECT_TRUE(NetInfo::isPrivate("192.168.99999999999999999999.1.1"));
+    EXPECT_TRUE(NetInfo::isLinkLocal("169.254.1.1"));
+    EXPECT_FALSE(NetInfo::isLinkLocal("169.25.1.1"));
+    EXPECT_FALSE(NetInfo::isLinkLocal("10.169.254.1"));
+}
+
+TEST(NetInfo, CanConnectOnlyToAListeningIPv4Literal) {
+    test::LoopbackListener listener;
+    EXPECT_TRUE(NetInfo::canConnect("127.0.0.1", listener.port()));
+    EXPECT_FALSE(NetInfo::canConnect("localhost", listener.port()));  // no name look-up
+    EXPECT_FALSE(NetInfo::canConnect("127.0.0.1", test::closedLoopbackPort()));
+    EXPECT_FALSE(NetInfo::canConnect("127.0.0.1", 70000));
+}
+
+TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
+    const std::string output =
+        "COMMAND     PID USER   FD   TYPE DEVICE SIZE/OFF NODE NAME\n"
+        "velmora-s 4242 anna   12u  IPv4 0x1234      0t0  TCP *:3389 (LISTEN)\n"
+        "velmora-s 4242 anna   13u  IPv4 0x1235      0t0  TCP 192.168.1.20:3389->192.168.1.50:51234 (ESTABLISHED)\n"
+        "velmora-s 4242 anna   14u  IPv4 0x1236      0t0  TCP 192.168.1.20:3389->192.168.1.50:51235 (ESTABLISHED)\n"
+        "\n"
+        "velmora-s 4242 anna   15u  IPv6 0x1237      0t0  TCP [fe80::1]:3389->[fe80::2]:50000 (ESTABLISHED)\n"
+        "mstsc     5000 anna   16u  IPv4 0x1238      0t0  TCP 192.168.1.20:60000->10.0.0.9:3389 (ESTABLISHED)\n"
+        "velmora-s 4242 anna   17u  IPv4 0x1239      0t0  TCP 192.168.1.20:3389->192.168.1.51:1 (CLOSE_WAIT)\n"
+        "odd       1    anna   18u  IPv4 0x1240      0t0  TCP no-arrow-here:3389 (ESTABLISHED)\n"
+        "odd       1    anna   19u  IPv4 0x1241      0t0  TCP noport->x:1 (ESTABLISHED)\n"
+        "velmora-s 4242 anna   20u  IPv4 0x1242      0t0  TCP 192.168.1.20:13389->192.168.1.50:3389 (ESTABLISHED)";
+    EXPECT_EQ(NetInfo::countEstablished(output, 3389), 3);
+    EXPECT_EQ(NetInfo::countEstablished(output, 13389), 1);
+    EXPECT_EQ(NetInfo::countEstablished(output, 60000), 1);
+    EXPECT_EQ(NetInfo::countEstablished(output, 51234), 0);  // the remote end's port does not count
+    EXPECT_EQ(NetInfo::countEstablished("", 3389), 0);
+    // A port past the 64-bit range (2^64 + 3389) is no port, not 3389 wrapped around.
+    EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:18446744073709555005->5.6.7.8:1 (ESTABLISHED)", 3389), 0);
+    EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:+3389->5.6.7.8:1 (ESTABLISHED)", 3389), 1);
+}
+
+TEST(NetInfo, ConnectedClientsSeesRealLoopbackConnections) {
+    test::LoopbackListener listener;
+    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 0);
+    listener.connectClient();
+    // Both ends are this process's sockets; only the server's end has the local port.
+    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 1);
+    listener.connectClient();
+    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 2);
+}
+
+TEST(NetInfo, ParsePublicIPAcceptsOnlyABareDottedAddress) {
+    EXPECT_EQ(NetInfo::parsePublicIP(" 203.0.113.7\n"), "203.0.113.7");
+    EXPECT_EQ(NetInfo::parsePublicIP("0.0.0.0"), "0.0.0.0");
+    EXPECT_EQ(NetInfo::parsePublicIP("255.255.255.255\r\n"), "255.255.255.255");
+    for (const char* bad : {"1.2.3", "1..2.3", "256.1.1.1", "1.2.3.4.5", "{\"ip\":\"1.2.3.4\"}", "::1", "", "a.b.c.d",
+                            "1.2.3.-4", "1.2. 3.4"})
+        EXPECT_FALSE(NetInfo::parsePublicIP(bad).has_value()) << bad;
+}
+
+TEST(NetInfo, ServiceBaseURLComesFromTheEnvironmentElseTheBuild) {
+    {
+        test::ScopedEnv unset("VELMORA_SERVICE_URL", std::nullopt);
+        std::string builtIn = serviceBaseURL();
+        EXPECT_EQ(builtIn.rfind("http", 0), 0u) << builtIn;
+        EXPECT_NE(builtIn.back(), '/');
+        test::ScopedEnv empty("VELMORA_SERVICE_URL", "");
+        EXPECT_EQ(serviceBaseURL(), builtIn);
+    }
+    test::ScopedEnv set("VELMORA_SERVICE_URL", "http://127.0.0.1:9/");
+    EXPECT_EQ(serviceBaseURL(), "http://127.0.0.1:9");
+}
+
+TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatus) {
+    test::HttpServer service;
+    test::ScopedEnv url("VELMORA_SERVICE_URL", service.baseURL());
+    service.answer(200, " 203.0.113.7\n");
+    EXPECT_EQ(NetInfo::publicIP(), "203.0.113.7");
+    service.answer(500, "198.51.100.2");
+    EXPECT_EQ(NetInfo::publicIP(), "198.51.100.2");
+    service.answer(200, "{\"ip\":\"203.0.113.7\"}");
+    EXPECT_FALSE(NetInfo::publicIP().has_value());
+    ASSERT_EQ(service.requests().size(), 3u);
+    EXPECT_EQ(service.requests()[0].method, "GET");
+    EXPECT_EQ(service.requests()[0].path, "/v1/ip");
+
+    test::ScopedEnv nobody("VELMORA_SERVICE_URL", "http://127.0.0.1:" + std::to_string(test::closedLoopbackPort()));
+    EXPECT_FALSE(NetInfo::publicIP().has_value());
+    test::ScopedEnv invalid("VELMORA_SERVICE_URL", "not a url");
+    EXPECT_FALSE(NetInfo::publicIP().has_value());
+}
+
+TEST(ConnectionTest, StoppedServerMakesNoCheckAtAll) {
+    test::HttpServer service;
+    test::ScopedEnv url("VELMORA_SERVICE_URL", service.baseURL());
+    service.answer(200, "203.0.113.7");
+    test::LoopbackListener listener;
+    auto result = runConnectionTest(listener.port(), false, {{"en0", "192.168.1.20"}});
+    EXPECT_FALSE(result.listening);
+    EXPECT_FALSE(result.publicIP.has_value());
+    EXPECT_TRUE(service.requests().empty());
+    EXPECT_EQ(result.report(true),
+              "The server is not running. Choose Start Server in the menu, then test again.\n\n" +
+                  NetInfo::afterRestartNote(true));
+}
+
+TEST(ConnectionTest, RunningServerIsConnectedToAndThePublicAddressAsked) {
+    test::HttpServer service;
+    test::ScopedEnv url("VELMORA_SERVICE_URL", service.baseURL());
+    service.answer(200, "203.0.113.7\n");
+    test::LoopbackListener listener;
+    std::vector<Address> addresses{{"en0", "192.168.1.20"}, {"utun2", "10.8.0.2"}};
+    auto result = runConnectionTest(listener.port(), true, addresses);
+    EXPECT_TRUE(result.listening);
+    EXPECT_EQ(result.publicIP, "203.0.113.7");
+    EXPECT_EQ(service.requests().size(), 1u);
+    EXPECT_EQ(result.copyText(), "192.168.1.20:" + std::to_string(listener.port()));
+
+    auto silent = runConnectionTest(test::closedLoopbackPort(), true, {});
+    EXPECT_FALSE(silent.listening);
+    EXPECT_EQ(silent.copyText(), "");
+}
+
+TEST(ConnectionReport, TextsForEveryCase) {
+    const std::string note =
+        "After this Mac restarts, log in at the Mac once before connecting: Velmora only runs while you are logged "
+        "in. Once you are logged in, a locked screen is fine: you can unlock it from the Windows App.";
+    const std::string turnOn =
+        "\nTurn on \"Open Velmora at Login\" in the menu, or it will not start after a restart at all.";
+    EXPECT_EQ(NetInfo::afterRestartNote(true), note);
+    EXPECT_EQ(NetInfo::afterRestartNote(false), note + turnOn);
+
+    EXPECT_EQ(NetInfo::report(3389, false, {{"en0", "192.168.1.20"}}, true, "203.0.113.7", false),
+              "The server is not running. Choose Start Server in the menu, then test again.\n\n" + note + turnOn);
+
+    EXPECT_EQ(NetInfo::report(3389, true, {{"en0", "192.168.1.20"}, {"en1", "203.0.113.9"}}, true, "203.0.113.7", true),
+              "The server is listening on port 3389 on this Mac.\n"
+              "In Windows App, add a PC and type one of these:\n"
+              "    192.168.1.20:3389   (en0)\n"
+              "    203.0.113.9:3389   (en1)\n"
+              "These work from computers on the same network. To connect from elsewhere you need a VPN or a port "
+              "forward on your router.\n"
+              "Your public address is 203.0.113.7. Forward port 3389 to this Mac on your router to use it, which "
+              "exposes the Mac to the internet, so a VPN is safer.\n"
+              "If Windows App cannot connect: check the Mac firewall allows Velmora, and that both computers are on "
+              "the same network.\n"
+              "\n" +
+                  note);
+
+    EXPECT_EQ(NetInfo::report(13389, true, {{"en0", "203.0.113.9"}}, false, std::nullopt, false),
+              "The server says it is running but nothing answers on port 13389. Check the log.\n"
+              "In Windows App, add a PC and type one of these:\n"
+              "    203.0.113.9:13389   (en0)\n"
+              "If Windows App cannot connect: check the Mac firewall allows Velmora, and that both computers are on "
+              "the same network.\n"
+              "\n" +
+                  note + turnOn);
+
+    EXPECT_EQ(NetInfo::report(3389, true, {}, true, std::nullopt, true),
+              "The server is listening on port 3389 on this Mac.\n"
+              "This Mac has no network address. Connect to Wi-Fi or Ethernet.\n"
+              "If Windows App cannot connect: check the Mac firewall allows Velmora, and that both computers are on "
+              "the same network.\n"
+              "\n" +
+                  note);
+}
+
+}  // namespace
+}  // namespace velmora

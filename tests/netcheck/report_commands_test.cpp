@@ -1,0 +1,127 @@
+// The two report commands of the velmora executable, run as separate processes against a private
+// home, a loopback service, a real listening port and a stand-in server process.
+
+#include "platform/paths.h"
+#include "platform/processes.h"
+#include "support/http_server.h"
+#include "support/loopback.h"
+#include "support/run_command.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+extern char** environ;
+
+namespace velmora {
+namespace {
+
+// A long sleep whose executable path ends like an installed server's; killed at the end.
+class StandInServer {
+public:
+    explicit StandInServer(const std::string& root) {
+        std::string path = root + "/libexec/velmora/velmora-server";
+        std::filesystem::create_directories(root + "/libexec/velmora");
+        std::filesystem::copy_file("/bin/sleep", path);
+        char* argv[] = {path.data(), const_cast<char*>("600"), nullptr};
+        if (posix_spawn(&pid_, path.c_str(), nullptr, nullptr, argv, environ) != 0) pid_ = -1;
+    }
+    ~StandInServer() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+    }
+    bool started() const { return pid_ > 0; }
+
+private:
+    pid_t pid_ = -1;
+};
+
+// Whether some Velmora server runs on this machine right now (other test programs start them too).
+bool anyServerProcess() {
+    const std::string suffix = platform::serverExecutableSuffix();
+    for (pid_t pid : platform::allProcessIds()) {
+        std::string path = platform::executablePathOf(pid);
+        if (path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0)
+            return true;
+    }
+    return false;
+}
+
+TEST(ReportCommands, DiagnosticsPrintsSettingsPermissionsAndTheRedactedLogEnd) {
+    test::TempHome home;
+    test::writeFile(home.configHome() + "/velmora/defaults.json", R"({"port": 4000, "fps": 24})");
+    std::string log;
+    for (int i = 1; i <= 85; ++i) log += "[10:00:00:000] [Velmora app] line " + std::to_string(i) + "\n";
+    log += "env MAC_SHADOW_NLA=anna:00112233445566778899aabbccddeeff\n";
+    test::writeFile(home.stateHome() + "/velmora/Velmora.log", log);
+    std::string probe = home.path() + "/probe.sh";
+    test::writeFile(probe, "#!/bin/sh\necho \"screen=1 input=0\"\n");
+    ::chmod(probe.c_str(), 0755);
+
+    auto result = test::runCommand({test::builtExecutable("bin/velmora"), "diagnostics"}, {{"KORVEN_CLI", probe}});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out.rfind("Velmora ", 0), 0u);
+    EXPECT_NE(result.out.find("\nServer: stopped, port 4000, scale 0.75, max 24 fps (adaptive: on)\n"), std::string::npos)
+        << result.out;
+    EXPECT_NE(result.out.find("\nPermission Velmora Server Screen Recording: granted\n"
+                              "Permission Velmora Server Accessibility: missing\n"),
+              std::string::npos)
+        << result.out;
+    // The probe runs first and logs its answer, so the excerpt ends with that line: 85 lines, the
+    // environment line, the probe's line and the empty piece after the last line feed.
+    EXPECT_NE(result.out.find("\nLast log lines:\n[10:00:00:000] [Velmora app] line 9\n"), std::string::npos)
+        << result.out;
+    EXPECT_NE(result.out.find("\nenv [removed]\n["), std::string::npos);
+    EXPECT_NE(result.out.find("] [Velmora app] permission check: screen=1 input=0\n\n"), std::string::npos);
+    EXPECT_EQ(result.out.find("00112233445566778899aabbccddeeff"), std::string::npos);
+
+    // A server that cannot be asked leaves the permission lines out.
+    auto unasked = test::runCommand({test::builtExecutable("bin/velmora"), "diagnostics"},
+                                    {{"KORVEN_CLI", home.path() + "/missing"}});
+    EXPECT_EQ(unasked.exitCode, 0);
+    EXPECT_EQ(unasked.out.find("Permission "), std::string::npos);
+}
+
+TEST(ReportCommands, TestConnectionReportsTheRunningServer) {
+    test::TempHome home;
+    test::HttpServer service;
+    service.answer(200, "203.0.113.7\n");
+    test::LoopbackListener listener;
+    test::writeFile(home.configHome() + "/velmora/defaults.json",
+                    "{\"port\": " + std::to_string(listener.port()) + "}");
+    const std::string velmora = test::builtExecutable("bin/velmora");
+
+    bool othersBefore = anyServerProcess();
+    auto stopped = test::runCommand({velmora, "test-connection"}, {{"VELMORA_SERVICE_URL", service.baseURL()}});
+    ASSERT_EQ(stopped.exitCode, 0) << stopped.err;
+    // The "not running" half only means something while no other test's server is alive.
+    if (!othersBefore && !anyServerProcess()) {
+        EXPECT_EQ(stopped.out.rfind("The server is not running.", 0), 0u) << stopped.out;
+        EXPECT_NE(stopped.out.find("Turn on \"Open Velmora at Login\""), std::string::npos);
+        EXPECT_TRUE(service.requests().empty());
+    }
+    const std::size_t asked = service.requests().size();
+
+    StandInServer server(home.path() + "/prefix");
+    ASSERT_TRUE(server.started());
+    test::writeFile(home.configHome() + "/autostart/velmora.desktop", "[Desktop Entry]\n");
+    auto running = test::runCommand({velmora, "test-connection"}, {{"VELMORA_SERVICE_URL", service.baseURL()}});
+    ASSERT_EQ(running.exitCode, 0) << running.err;
+    EXPECT_EQ(running.out.rfind("The server is listening on port " + std::to_string(listener.port()) + " on this Mac.\n", 0),
+              0u)
+        << running.out;
+    EXPECT_NE(running.out.find("\nYour public address is 203.0.113.7. Forward port " + std::to_string(listener.port())),
+              std::string::npos);
+    EXPECT_EQ(running.out.find("Turn on"), std::string::npos);  // opens at login now
+    EXPECT_EQ(service.requests().size(), asked + 1);
+}
+
+}  // namespace
+}  // namespace velmora

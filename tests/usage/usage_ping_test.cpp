@@ -1,0 +1,237 @@
+#include "core/manual_queue.h"
+#include "core/work_queue.h"
+#include "platform/defaults_store.h"
+#include "platform/system_info.h"
+#include "settings/keys.h"
+#include "support/http_server.h"
+#include "support/loopback.h"
+#include "support/temp_home.h"
+#include "usage/usage_ping.h"
+#include "usage/usage_service.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace velmora {
+namespace {
+
+using Body = std::map<std::string, std::string>;
+
+TEST(UsageMachineIdentifier, IsTheHashOfThePrefixedPlatformUUID) {
+    EXPECT_EQ(usageMachineIdentifier("unknown"), "4274fb67b82e392a2151b5c0798304ed03d8e06c667a2d4c334bca4b1c041515");
+    EXPECT_EQ(usageMachineIdentifier("0123abcd"), "b3db84f376f78addd87c26c4c44330f1e7bdd2c453b3867d31848524a1817959");
+    EXPECT_EQ(usageMachineIdentifier(), usageMachineIdentifier(platform::platformUUID()));
+}
+
+TEST(UsagePing, TicksCountMinutesAndSayWhenAReportIsDue) {
+    ManualQueue queue;
+    auto ping = UsagePing::create(queue, "m", "1.0");
+    EXPECT_FALSE(ping->tick(0));
+    EXPECT_FALSE(ping->tick(2));
+    EXPECT_FALSE(ping->tick(1));
+    EXPECT_FALSE(ping->tick(0));
+    EXPECT_TRUE(ping->tick(0));
+    EXPECT_TRUE(ping->tick(3));  // stays due until a report is accepted
+    EXPECT_EQ(ping->connectedMinutes(), 3);
+    EXPECT_EQ(ping->minutesSinceSend(), 6);
+
+    EXPECT_EQ(ping->body(true, std::nullopt),
+              (Body{{"machine", "m"}, {"version", "1.0"}, {"os", platform::osVersionString()}, {"active", "1"},
+                    {"minutes", "3"}}));
+    ServerStats stats{4, 5, 6, 7, 8, "client"};
+    Body withStats = ping->body(false, stats);
+    EXPECT_EQ(withStats.size(), 11u);
+    EXPECT_EQ(withStats["active"], "0");
+    EXPECT_EQ(withStats["risk"], "7");
+    EXPECT_EQ(withStats["stalls"], "8");
+    EXPECT_EQ(withStats["clients"], "client");
+}
+
+TEST(UsagePing, AnAcceptedReportKeepsTheMinutesCountedWhileItWasInFlight) {
+    test::HttpServer service;
+    ManualQueue queue;
+    auto ping = UsagePing::create(queue, "m", "1.0");
+    for (int i = 0; i < 5; ++i) ping->tick(1);
+
+    ping->send(true, "not a url", std::nullopt);  // nothing is sent, nothing changes
+    EXPECT_EQ(ping->requestsInFlight(), 0);
+
+    ServerStats reading{9, 8, 7, 6, 5, std::string(5000, 'c')};  // a large body goes out whole
+    ping->send(true, service.baseURL(), reading);
+    ASSERT_TRUE(service.waitForRequests(1));
+    EXPECT_EQ(nlohmann::json::parse(service.requests()[0].body)["clients"], reading.clients);
+    ping->tick(1);  // a minute passes before the answer is handled on the main queue
+    ASSERT_TRUE(queue.runUntil([&] { return ping->requestsInFlight() == 0; }));
+    EXPECT_EQ(ping->connectedMinutes(), 1);
+    EXPECT_EQ(ping->minutesSinceSend(), 0);
+    EXPECT_EQ(ping->reportedStats(), reading);  // the whole reading, not the increments sent
+
+    // Once the ping is gone, a late answer changes nothing and harms nothing.
+    ping->send(true, service.baseURL(), std::nullopt);
+    ASSERT_TRUE(service.waitForRequests(2));
+    ping.reset();
+    globalQueue().drain();  // the request's completion has been posted
+    EXPECT_EQ(queue.runPending(), 1u);
+}
+
+// The application's minute tick against a real loopback service, a real statistics file and, for
+// connected clients, a real listening socket with a real client that the connection lister sees.
+class UsageTicks : public ::testing::Test {
+protected:
+    test::TempHome home;
+    test::HttpServer service;
+    test::LoopbackListener server;
+    ManualQueue queue;
+    platform::DefaultsStore store{home.configHome() + "/velmora/defaults.json"};
+    bool running = false;
+    std::string stats = home.dataHome() + "/velmora/server-stats.json";
+    std::shared_ptr<UsagePing> ping = UsagePing::create(queue, "machine-id", "3.1");
+    std::shared_ptr<UsageService> usage;
+    int refreshes = 0;
+
+    void SetUp() override {
+        store.set(Key::usagePing, true);
+        store.set(Key::port, static_cast<std::int64_t>(server.port()));
+        UsageService::Options options;
+        options.serverRunning = [this] { return running; };
+        options.statsPath = [this] { return stats; };
+        options.serverBase = [this] { return service.baseURL(); };
+        usage = UsageService::create(queue, store, ping, options);
+        usage->start([this] { ++refreshes; });
+    }
+
+    // One timer firing, with its background count and any report it sends seen through to the end.
+    void minute() {
+        std::uint64_t before = usage->ticksCounted();
+        bool on = store.boolean(Key::usagePing);
+        queue.advance(60);
+        if (on) {
+            ASSERT_TRUE(queue.runUntil([&] { return usage->ticksCounted() == before + 1; }));
+        }
+        ASSERT_TRUE(queue.runUntil([&] { return ping->requestsInFlight() == 0; }));
+    }
+
+    Body report(std::size_t index) {
+        auto requests = service.requests();
+        if (index >= requests.size()) return {};
+        auto json = nlohmann::json::parse(requests[index].body);
+        return json.get<Body>();
+    }
+};
+
+TEST_F(UsageTicks, FirstReportAfterFiveMinutesWithOnlyFiveKeysWithoutStatistics) {
+    for (int i = 0; i < 4; ++i) minute();
+    EXPECT_TRUE(service.requests().empty());
+    minute();
+    ASSERT_EQ(service.requests().size(), 1u);
+    auto request = service.requests()[0];
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.path, "/v1/ping");
+    EXPECT_EQ(request.headers["content-type"], "application/json");
+    EXPECT_EQ(report(0), (Body{{"machine", "machine-id"}, {"version", "3.1"}, {"os", platform::osVersionString()},
+                               {"active", "0"}, {"minutes", "0"}}));
+    EXPECT_EQ(ping->minutesSinceSend(), 0);
+    EXPECT_EQ(refreshes, 5);
+    for (int i = 0; i < 4; ++i) minute();
+    EXPECT_EQ(service.requests().size(), 1u);
+}
+
+TEST_F(UsageTicks, ARejectedReportIsRetriedNextMinuteWithTheExtraMinute) {
+    running = true;
+    server.connectClient();
+    service.answer(500);
+    for (int i = 0; i < 5; ++i) minute();
+    ASSERT_EQ(service.requests().size(), 1u);
+    EXPECT_EQ(report(0)["minutes"], "5");
+    EXPECT_EQ(report(0)["active"], "1");
+    EXPECT_EQ(ping->connectedMinutes(), 5);  // nothing changes on a rejection
+
+    service.answer(200);
+    minute();
+    ASSERT_EQ(service.requests().size(), 2u);
+    EXPECT_EQ(report(1)["minutes"], "6");
+    EXPECT_EQ(ping->connectedMinutes(), 0);
+    EXPECT_EQ(ping->minutesSinceSend(), 0);
+
+    // With the server stopped no client is counted even though the socket is still connected.
+    running = false;
+    for (int i = 0; i < 5; ++i) minute();
+    ASSERT_EQ(service.requests().size(), 3u);
+    EXPECT_EQ(report(2)["minutes"], "0");
+    EXPECT_EQ(report(2)["active"], "0");
+}
+
+TEST_F(UsageTicks, StatisticsAreIncrementsAndStartOverAfterAServerRestart) {
+    test::writeFile(stats, R"({"sessions":3,"repaints":10,"resizes":1,"riskEvents":0,"stalls":2,"clients":"one"})");
+    for (int i = 0; i < 5; ++i) minute();
+    ASSERT_EQ(service.requests().size(), 1u);
+    EXPECT_EQ(report(0)["sessions"], "3");
+    EXPECT_EQ(report(0)["repaints"], "10");
+    EXPECT_EQ(report(0)["stalls"], "2");
+    EXPECT_EQ(report(0)["clients"], "one");
+    EXPECT_EQ(report(0).size(), 11u);
+
+    test::writeFile(stats, R"({"sessions":5,"repaints":12,"resizes":1,"riskEvents":1,"stalls":2,"clients":"two"})");
+    for (int i = 0; i < 5; ++i) minute();
+    ASSERT_EQ(service.requests().size(), 2u);
+    EXPECT_EQ(report(1)["sessions"], "2");
+    EXPECT_EQ(report(1)["repaints"], "2");
+    EXPECT_EQ(report(1)["resizes"], "0");
+    EXPECT_EQ(report(1)["risk"], "1");
+    EXPECT_EQ(report(1)["clients"], "two");
+
+    // A new server process starts counting from zero: everything is reported in full.
+    test::writeFile(stats, R"({"sessions":1,"repaints":40,"resizes":3,"riskEvents":1,"stalls":2})");
+    for (int i = 0; i < 5; ++i) minute();
+    ASSERT_EQ(service.requests().size(), 3u);
+    EXPECT_EQ(report(2)["sessions"], "1");
+    EXPECT_EQ(report(2)["repaints"], "40");
+    EXPECT_EQ(report(2)["resizes"], "3");
+    EXPECT_EQ(report(2)["clients"], "");
+
+    // A rejected report does not move the baseline.
+    service.answer(503);
+    test::writeFile(stats, R"({"sessions":4,"repaints":40,"resizes":3,"riskEvents":1,"stalls":2})");
+    for (int i = 0; i < 5; ++i) minute();
+    service.answer(200);
+    minute();
+    ASSERT_EQ(service.requests().size(), 5u);
+    EXPECT_EQ(report(4)["sessions"], "3");
+
+    // A malformed file sends no counters.
+    test::writeFile(stats, "[not an object]");
+    for (int i = 0; i < 5; ++i) minute();
+    ASSERT_EQ(service.requests().size(), 6u);
+    EXPECT_EQ(report(5).size(), 5u);
+}
+
+TEST_F(UsageTicks, NothingIsCountedWhilePingsAreOff) {
+    running = true;
+    server.connectClient();
+    minute();
+    store.set(Key::usagePing, false);
+    for (int i = 0; i < 10; ++i) minute();
+    EXPECT_EQ(usage->ticksCounted(), 1u);
+    EXPECT_EQ(ping->connectedMinutes(), 1);
+    EXPECT_EQ(refreshes, 11);  // the menu is still refreshed every minute
+    EXPECT_TRUE(service.requests().empty());
+
+    store.set(Key::usagePing, true);
+    for (int i = 0; i < 4; ++i) minute();
+    ASSERT_EQ(service.requests().size(), 1u);
+    EXPECT_EQ(report(0)["minutes"], "5");
+
+    usage->stop();
+    queue.advance(600);
+    EXPECT_EQ(queue.pendingTimers(), 0u);
+}
+
+TEST_F(UsageTicks, AGoneServiceOrPingDoesNothingLater) {
+    usage.reset();
+    queue.advance(120);
+    EXPECT_EQ(refreshes, 0);
+    EXPECT_EQ(queue.pendingTimers(), 0u);
+}
+
+}  // namespace
+}  // namespace velmora
