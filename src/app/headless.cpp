@@ -1,6 +1,7 @@
 #include "app/headless.h"
 
 #include "app/qt_main_queue.h"
+#include "core/app_version.h"
 #include "core/text.h"
 #include "permissions/helper_perms.h"
 #include "platform/defaults_store.h"
@@ -9,6 +10,8 @@
 #include "process/spawn.h"
 #include "settings/keys.h"
 #include "settings/settings_store.h"
+#include "usage/usage_ping.h"
+#include "usage/usage_service.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -91,6 +94,16 @@ int runHeadless(int argc, char** argv) {
         if (auto self = weakPerms.lock(); self && self->last()) reportMissingPermissions(*self->last());
     };
 
+    // The minute tick: usage pings (while "usagePing" is on), then the state line.
+    auto usage = UsageService::create(*queue, store, UsagePing::create(*queue, usageMachineIdentifier(), appVersion()),
+                                      {.serverRunning = [weakSupervisor] {
+                                          auto self = weakSupervisor.lock();
+                                          return self && self->running();
+                                      }});
+    usage->start([weakSupervisor] {
+        if (auto self = weakSupervisor.lock(); self && self->refreshMenu) self->refreshMenu();
+    });
+
     perms->cleanUpLegacyEntriesOnce();
     int stopped = Spawn::stopLeftovers();
     if (stopped >= 1)
@@ -117,6 +130,7 @@ int runHeadless(int argc, char** argv) {
     }
 
     int code = app.exec();
+    usage->stop();
     supervisor->stopServer();  // already done on a signal; a no-op then
     return code;
 }
