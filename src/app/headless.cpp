@@ -95,11 +95,13 @@ int runHeadless(int argc, char** argv) {
     };
 
     // The minute tick: usage pings (while "usagePing" is on), then the state line.
+    UsageService::Options usageOptions;
+    usageOptions.serverRunning = [weakSupervisor] {
+        auto self = weakSupervisor.lock();
+        return self && self->running();
+    };
     auto usage = UsageService::create(*queue, store, UsagePing::create(*queue, usageMachineIdentifier(), appVersion()),
-                                      {.serverRunning = [weakSupervisor] {
-                                          auto self = weakSupervisor.lock();
-                                          return self && self->running();
-                                      }});
+                                      usageOptions);
     usage->start([weakSupervisor] {
         if (auto self = weakSupervisor.lock(); self && self->refreshMenu) self->refreshMenu();
     });
