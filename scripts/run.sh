@@ -1,10 +1,29 @@
 #!/usr/bin/env bash
-# Sets Velmora up and runs it.
-#   scripts/run.sh [velmora arguments...]
+# Sets Velmora up and runs it: `velmora --headless` (the supervisor without a window), or the
+# velmora command given as arguments (for example: scripts/run.sh plan).
+# On a machine with no display it first starts a virtual one (Xvfb) for the server to share.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh default >/dev/null
-if [ $# -eq 0 ]; then
-  set -- plan
+
+if [ $# -gt 0 ]; then
+  exec build/bin/velmora "$@"
 fi
-exec build/bin/velmora "$@"
+
+xvfb_pid=
+if [ -z "${DISPLAY:-}" ]; then
+  number=99
+  while [ -e "/tmp/.X11-unix/X$number" ] || [ -e "/tmp/.X$number-lock" ]; do number=$((number + 1)); done
+  Xvfb ":$number" -screen 0 1920x1080x24 -nolisten tcp >/dev/null 2>&1 &
+  xvfb_pid=$!
+  for _ in $(seq 100); do [ -e "/tmp/.X11-unix/X$number" ] && break; sleep 0.1; done
+  export DISPLAY=":$number"
+  echo "run: no display found, so Velmora shares a virtual one: Xvfb on $DISPLAY"
+fi
+cleanup() { [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null || true; }
+trap cleanup EXIT
+
+echo "run: starting velmora --headless (stop it with Ctrl-C); the log is ${XDG_STATE_HOME:-$HOME/.local/state}/velmora/Velmora.log"
+status=0
+build/bin/velmora --headless || status=$?
+exit $status
