@@ -5,6 +5,7 @@
 #include "platform/paths.h"
 #include "settings/keys.h"
 #include "support/temp_home.h"
+#include "support/log_lines.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +14,7 @@
 
 using namespace velmora;
 using velmora::test::fileExists;
+using velmora::test::logMessages;
 using velmora::test::readFile;
 using velmora::test::TempHome;
 using velmora::test::writeFile;
@@ -25,17 +27,6 @@ std::string script(const std::string& path, const std::string& body) {
     return path;
 }
 
-// The log's lines without their time stamps.
-std::vector<std::string> logMessages() {
-    std::vector<std::string> messages;
-    std::istringstream lines(readFile(AppLog::path()));
-    std::string line;
-    while (std::getline(lines, line)) {
-        auto tag = line.find("] [Velmora app] ");
-        messages.push_back(tag == std::string::npos ? line : line.substr(tag + 16));
-    }
-    return messages;
-}
 
 class HelperPermsTest : public ::testing::Test {
 protected:

@@ -7,6 +7,7 @@
 #include "process/server_cert.h"
 #include "settings/settings_store.h"
 #include "support/temp_home.h"
+#include "support/log_lines.h"
 
 #include <gtest/gtest.h>
 
@@ -19,6 +20,7 @@
 using namespace velmora;
 using velmora::test::fileExists;
 using velmora::test::processExists;
+using velmora::test::logMessages;
 using velmora::test::readFile;
 using velmora::test::TempHome;
 using velmora::test::writeFile;
@@ -26,16 +28,6 @@ using velmora::test::writeScript;
 
 namespace {
 
-std::vector<std::string> logMessages() {
-    std::vector<std::string> messages;
-    std::istringstream lines(readFile(AppLog::path()));
-    std::string line;
-    while (std::getline(lines, line)) {
-        auto tag = line.find("] [Velmora app] ");
-        messages.push_back(tag == std::string::npos ? line : line.substr(tag + 16));
-    }
-    return messages;
-}
 
 std::size_t countLines(const std::string& text, const std::string& wanted) {
     std::istringstream lines(text);

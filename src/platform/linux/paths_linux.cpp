@@ -76,14 +76,4 @@ std::string bundleRoot() {
 
 std::string serverExecutableSuffix() { return "/libexec/velmora/velmora-server"; }
 
-bool makeDirectories(const std::string& path) {
-    if (path.empty()) return false;
-    struct stat info{};
-    if (::stat(path.c_str(), &info) == 0) return S_ISDIR(info.st_mode);
-    std::string parent = parentOf(path);
-    if (!parent.empty() && parent != path && !makeDirectories(parent)) return false;
-    if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-    return false;
-}
-
 }  // namespace velmora::platform

@@ -58,13 +58,4 @@ std::string bundleRoot() {
 
 std::string serverExecutableSuffix() { return "/Velmora Server.app/Contents/MacOS/freerdp-shadow-cli"; }
 
-bool makeDirectories(const std::string& path) {
-    if (path.empty()) return false;
-    struct stat info{};
-    if (::stat(path.c_str(), &info) == 0) return S_ISDIR(info.st_mode);
-    std::string parent = parentOf(path);
-    if (!parent.empty() && parent != path && !makeDirectories(parent)) return false;
-    return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST;
-}
-
 }  // namespace velmora::platform

@@ -1,5 +1,7 @@
 #include "platform/command_output.h"
 
+#include "platform/spawn_attributes.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
@@ -13,7 +15,10 @@ namespace velmora::platform {
 
 std::optional<std::string> commandOutput(const std::string& program, const std::vector<std::string>& arguments) {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+    if (::pipe(ends) != 0) return std::nullopt;
+    // Neither end may leak into children that other threads start meanwhile.
+    ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+    ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
 
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
@@ -22,14 +27,14 @@ std::optional<std::string> commandOutput(const std::string& program, const std::
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+    addCloseInheritedDescriptors(&actions);
     sigset_t all;
     sigset_t none;
     sigfillset(&all);
     sigemptyset(&none);
     posix_spawnattr_setsigdefault(&attributes, &all);
     posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    setCleanSpawnFlags(&attributes);
 
     std::vector<std::string> copies = arguments;
     std::vector<char*> argv;
