@@ -68,6 +68,8 @@ double monotonicSeconds() {
 }  // namespace
 
 void blockHelperSignals() {
+    // An ignored signal inherited from whoever started us must still reach the server.
+    for (int signal : {SIGTERM, SIGINT, SIGHUP}) ::signal(signal, SIG_DFL);
     sigset_t set = helperSignals();
     ::sigprocmask(SIG_BLOCK, &set, nullptr);
 }
