@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -65,7 +66,7 @@ std::string missingE2ePrerequisite() {
 
 BackgroundProcess::BackgroundProcess(const std::vector<std::string>& argv,
                                      const std::map<std::string, std::optional<std::string>>& environment,
-                                     const std::string& outputFile) {
+                                     const std::string& outputFile, int descriptor3) {
     Environment env = processEnvironment();
     for (const auto& [name, value] : environment) {
         if (value) env[name] = *value;
@@ -87,6 +88,7 @@ BackgroundProcess::BackgroundProcess(const std::vector<std::string>& argv,
         ::dup2(in, 0);
         ::dup2(out, 1);
         ::dup2(out, 2);
+        if (descriptor3 >= 0) ::dup2(descriptor3, 3);
         sigset_t none;
         sigemptyset(&none);
         ::sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -127,28 +129,27 @@ void BackgroundProcess::signal(int signal) const {
 }
 
 Xvfb::Xvfb() {
-    for (int number = 90; number < 140 && !process_; ++number) {
-        std::string socket = "/tmp/.X11-unix/X" + std::to_string(number);
-        std::string lock = "/tmp/.X" + std::to_string(number) + "-lock";
-        if (std::filesystem::exists(socket) || std::filesystem::exists(lock)) continue;
-        std::string display = ":" + std::to_string(number);
-        auto candidate = std::make_unique<BackgroundProcess>(std::vector<std::string>{
-            "/usr/bin/Xvfb", display, "-screen", "0", "1024x768x24", "-nolisten", "tcp"});
-        auto deadline = deadlineAfter(15);
-        bool ready = false;
-        while (Clock::now() < deadline) {
-            if (candidate->waitForExit(0)) break;  // lost a race for this number; try the next
-            if (std::filesystem::exists(socket)) {
-                ready = true;
-                break;
-            }
-            std::this_thread::sleep_for(pollInterval);
-        }
-        if (ready) {
-            display_ = display;
-            process_ = std::move(candidate);
-        }
+    // Xvfb writes the display number it took to descriptor 3 once it accepts clients.
+    int ready[2];
+    if (::pipe2(ready, O_CLOEXEC) != 0) return;
+    auto candidate = std::make_unique<BackgroundProcess>(
+        std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "1024x768x24", "-nolisten", "tcp"},
+        std::map<std::string, std::optional<std::string>>{}, "/dev/null", ready[1]);
+    ::close(ready[1]);
+    std::string number;
+    pollfd wait{ready[0], POLLIN, 0};
+    auto deadline = deadlineAfter(30);
+    while (Clock::now() < deadline && number.find('\n') == std::string::npos) {
+        if (::poll(&wait, 1, 100) <= 0) continue;
+        char buffer[32];
+        ssize_t n = ::read(ready[0], buffer, sizeof buffer);
+        if (n <= 0) break;
+        number.append(buffer, static_cast<std::size_t>(n));
     }
+    ::close(ready[0]);
+    if (number.find('\n') == std::string::npos) return;  // the destructor of candidate ends it
+    display_ = ":" + number.substr(0, number.find('\n'));
+    process_ = std::move(candidate);
 }
 
 Xvfb::~Xvfb() {
@@ -172,7 +173,7 @@ int freeLoopbackPort() {
     return ntohs(address.sin_port);
 }
 
-bool waitForListening(int port, double seconds) {
+bool waitForListening(int port, double seconds, BackgroundProcess* owner) {
     auto deadline = deadlineAfter(seconds);
     for (;;) {
         int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -183,7 +184,7 @@ bool waitForListening(int port, double seconds) {
         bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
         ::close(fd);
         if (connected) return true;
-        if (Clock::now() >= deadline) return false;
+        if (Clock::now() >= deadline || (owner && owner->waitForExit(0))) return false;
         std::this_thread::sleep_for(pollInterval);
     }
 }

@@ -14,13 +14,14 @@ namespace velmora::test {
 // Why an end-to-end test can't run here (a missing binary), or empty.
 std::string missingE2ePrerequisite();
 
-// A child process started in the background, with environment changes as for runCommand. The
+// A child process started in the background, with environment changes as for runCommand, its
+// output appended to `outputFile` and, when given, `descriptor3` as its descriptor 3. The
 // destructor kills it (SIGKILL) and reaps it if it is still there.
 class BackgroundProcess {
 public:
     BackgroundProcess(const std::vector<std::string>& argv,
                       const std::map<std::string, std::optional<std::string>>& environment = {},
-                      const std::string& outputFile = "/dev/null");
+                      const std::string& outputFile = "/dev/null", int descriptor3 = -1);
     ~BackgroundProcess();
     BackgroundProcess(const BackgroundProcess&) = delete;
     BackgroundProcess& operator=(const BackgroundProcess&) = delete;
@@ -35,7 +36,8 @@ private:
     std::optional<int> exitCode_;
 };
 
-// Xvfb on the first free display number from 90 on; ended by the destructor.
+// Xvfb on a display number it picks itself (-displayfd), ready for clients once constructed;
+// ended by the destructor.
 class Xvfb {
 public:
     Xvfb();
@@ -52,8 +54,9 @@ private:
 
 // A loopback TCP port nobody listens on right now.
 int freeLoopbackPort();
-// Polls connect() to 127.0.0.1:port until it is accepted or `seconds` have passed.
-bool waitForListening(int port, double seconds);
+// Polls connect() to 127.0.0.1:port until it is accepted or `seconds` have passed; gives up early
+// when `owner` (if given) has ended.
+bool waitForListening(int port, double seconds, BackgroundProcess* owner = nullptr);
 // Polls until `pid` is gone (or a zombie) or `seconds` have passed.
 bool waitForProcessGone(pid_t pid, double seconds);
 bool processAlive(pid_t pid);
