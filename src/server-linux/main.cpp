@@ -44,7 +44,10 @@ int main(int argc, char** argv) {
             std::fputs("velmora-server: NLA asked for without a Windows login; NLA stays off\n", stderr);
         else if (!login)
             std::fputs("velmora-server: the Windows login is malformed; NLA stays off\n", stderr);
-        else if (!sam.emplace(*login, samParentFolder(environment)).valid())
+        else if (!nlaCanMatch(login->user))
+            std::fputs("velmora-server: FreeRDP 2 cannot match a Windows login name with letters beyond "
+                       "ASCII over NLA; clients will be refused\n", stderr);
+        if (login && !sam.emplace(*login, samParentFolder(environment)).valid())
             std::fputs("velmora-server: could not write the login file; NLA stays off\n", stderr);
     }
     std::optional<std::string> samPath;

@@ -47,7 +47,7 @@ SamFile::SamFile(const SamLogin& login, const std::string& parent) {
         return;
     }
     path_ = file;  // set first, so that remove() also takes a half-written file away
-    bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, samLine(login));
+    bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, samFileText(login));
     written = (::close(fd) == 0) && written;
     if (!written) remove();
 }

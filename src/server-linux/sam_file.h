@@ -1,6 +1,6 @@
 #pragma once
-// The login handed to the shadow server as an NTLM SAM file: one line, mode 0600, in a private
-// 0700 folder of its own; both are removed when the SamFile ends.
+// The login handed to the shadow server as an NTLM SAM file (samFileText), mode 0600, in a
+// private 0700 folder of its own; both are removed when the SamFile ends.
 
 #include "server-linux/server_translation.h"
 

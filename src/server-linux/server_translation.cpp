@@ -1,5 +1,6 @@
 #include "server-linux/server_translation.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <sys/wait.h>
@@ -60,6 +61,32 @@ std::optional<SamLogin> parseLoginEntry(const std::string& entry) {
 }
 
 std::string samLine(const SamLogin& login) { return login.user + ":::" + login.ntHashHex + ":::\n"; }
+
+std::string samFileText(const SamLogin& login) {
+    auto mapped = [&](auto change) {
+        std::string name = login.user;
+        for (char& c : name) c = static_cast<char>(change(static_cast<unsigned char>(c)));
+        return name;
+    };
+    std::string lower = mapped([](unsigned char c) { return c < 0x80 ? std::tolower(c) : c; });
+    std::string upper = mapped([](unsigned char c) { return c < 0x80 ? std::toupper(c) : c; });
+    std::string capitalised = lower;
+    if (static_cast<unsigned char>(capitalised[0]) < 0x80)
+        capitalised[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(capitalised[0])));
+
+    std::vector<std::string> names;
+    for (const std::string& name : {login.user, lower, upper, capitalised})
+        if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    std::string text;
+    for (const auto& name : names) text += samLine(SamLogin{name, login.ntHashHex});
+    return text;
+}
+
+bool nlaCanMatch(const std::string& user) {
+    for (char c : user)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
 
 bool asksForNla(const std::vector<std::string>& ours) {
     for (const auto& argument : ours)

@@ -35,8 +35,17 @@ struct SamLogin {
 std::optional<SamLogin> parseLoginEntry(const std::string& entry);
 
 // One line of WinPR's NTLM SAM file: user, empty domain, empty LM hash, the NT hash, and the
-// trailing empty fields ("user:::hash:::").
+// trailing empty fields ("user:::hash:::"). An empty domain matches whatever domain the client
+// names.
 std::string samLine(const SamLogin& login);
+
+// The whole SAM file. WinPR looks user names up case-sensitively, while Windows users expect
+// "Anna" and "anna" to be one account; so besides the name as stored there are lines for its
+// lower-case, upper-case and capitalised spellings (ASCII letters only), each once.
+std::string samFileText(const SamLogin& login);
+
+// FreeRDP 2 cannot look up a user name with characters beyond ASCII: NLA can't work for it.
+bool nlaCanMatch(const std::string& user);
 
 // The shadow server's arguments for Velmora's. Kept: "/port:N" (N a port number), "+auth" /
 // "-auth", "/sec:tls", and "+sec-nla" when `samFile` is given, which then adds "/sam-file:<path>".

@@ -136,7 +136,7 @@ TEST_F(VelmoraE2e, StoredWindowsLoginLetsTheRightPasswordInAndANamelessCertifica
     EXPECT_NE(log().find("] [Velmora app] Velmora Server stopped\n"), std::string::npos);
 }
 
-TEST_F(VelmoraE2e, KilledServerIsStartedAgain) {
+TEST_F(VelmoraE2e, KilledServerIsStartedAgainAndAllEndsWithVelmora) {
     startVelmora();
     ASSERT_TRUE(waitForListening(port_, 90, velmora_process_.get())) << log();
     pid_t first = shadowServer();
@@ -156,6 +156,10 @@ TEST_F(VelmoraE2e, KilledServerIsStartedAgain) {
     ASSERT_TRUE(waitForListening(port_, 60, velmora_process_.get())) << log();
     EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "anna", password_), 0) << log();
 
-    stopVelmora();
+    // Velmora killed outright: its server helper notices and takes the shadow server along.
+    pid_t helper = parentOf(second);
+    ASSERT_GT(helper, 0);
+    velmora_process_->signal(SIGKILL);
+    EXPECT_TRUE(waitForProcessGone(helper, 20));
     EXPECT_TRUE(waitForProcessGone(second, 20));
 }

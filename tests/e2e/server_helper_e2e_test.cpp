@@ -96,6 +96,9 @@ TEST_F(ServerHelperE2e, WindowsLoginOverNlaRightPasswordInWrongOneOut) {
     EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "anna", password_), 0) << readFile(log_);
     EXPECT_NE(rdpAuthOnly(xvfb_->display(), port_, "anna", "correct horse"), 0);
     EXPECT_NE(rdpAuthOnly(xvfb_->display(), port_, "bob", password_), 0);
+    // Windows names are not case-sensitive, and the client's domain doesn't matter.
+    EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "Anna", password_), 0);
+    EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "WORKGROUP\\anna", password_), 0);
 
     // SIGTERM reaches the server, which dies of it; the helper reports that and tidies up.
     helper.signal(SIGTERM);

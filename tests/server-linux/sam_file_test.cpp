@@ -21,7 +21,7 @@ TEST(SamFile, PrivateFileInPrivateFolderGoneAfterwards) {
         EXPECT_EQ(info.st_mode & 07777, 0700u);
         ASSERT_EQ(::stat(sam.path().c_str(), &info), 0);
         EXPECT_EQ(info.st_mode & 07777, 0600u);
-        EXPECT_EQ(test::readFile(sam.path()), "anna:::b39a61f16a4e11fa80580241f1d4aae8:::\n");
+        EXPECT_EQ(test::readFile(sam.path()), samFileText(SamLogin{"anna", "b39a61f16a4e11fa80580241f1d4aae8"}));
     }
     EXPECT_FALSE(test::fileExists(folder));
 

@@ -22,6 +22,20 @@ TEST(ServerTranslation, LoginEntryBecomesOneSamLine) {
     EXPECT_EQ(*upper, (SamLogin{"Anna Berg", hash}));
 }
 
+TEST(ServerTranslation, SamFileCoversTheUsualSpellingsOfTheName) {
+    EXPECT_EQ(samFileText(SamLogin{"anna", hash}),
+              "anna:::" + hash + ":::\nANNA:::" + hash + ":::\nAnna:::" + hash + ":::\n");
+    EXPECT_EQ(samFileText(SamLogin{"McKay Berg", hash}),
+              "McKay Berg:::" + hash + ":::\nmckay berg:::" + hash + ":::\nMCKAY BERG:::" + hash +
+                  ":::\nMckay berg:::" + hash + ":::\n");
+    EXPECT_EQ(samFileText(SamLogin{"7", hash}), "7:::" + hash + ":::\n");
+    // Letters beyond ASCII stay as they are (and can't be matched by FreeRDP 2 anyway).
+    EXPECT_EQ(samFileText(SamLogin{"Zo\xc3\xab", hash}),
+              "Zo\xc3\xab:::" + hash + ":::\nzo\xc3\xab:::" + hash + ":::\nZO\xc3\xab:::" + hash + ":::\n");
+    EXPECT_FALSE(nlaCanMatch("Zo\xc3\xab"));
+    EXPECT_TRUE(nlaCanMatch("Anna Berg"));
+}
+
 TEST(ServerTranslation, MalformedLoginEntriesAreRefused) {
     for (const std::string& entry :
          {std::string(), hash, ":" + hash, "anna" + hash, "anna:" + hash.substr(1), "anna:" + hash + "0",

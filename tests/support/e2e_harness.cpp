@@ -203,6 +203,11 @@ bool waitForProcessGone(pid_t pid, double seconds) {
     return true;
 }
 
+pid_t parentOf(pid_t pid) {
+    auto state = stateAndParent(pid);
+    return state ? state->second : -1;
+}
+
 std::vector<pid_t> childrenOf(pid_t pid) {
     std::vector<pid_t> children;
     for (pid_t candidate : allPids()) {

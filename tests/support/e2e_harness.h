@@ -60,6 +60,8 @@ bool waitForListening(int port, double seconds, BackgroundProcess* owner = nullp
 // Polls until `pid` is gone (or a zombie) or `seconds` have passed.
 bool waitForProcessGone(pid_t pid, double seconds);
 bool processAlive(pid_t pid);
+// The parent of `pid`, or -1 when it is gone.
+pid_t parentOf(pid_t pid);
 // The processes whose parent is `pid` (from /proc).
 std::vector<pid_t> childrenOf(pid_t pid);
 // The processes whose executable is `path`, whatever their parent.
