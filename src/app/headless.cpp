@@ -60,6 +60,11 @@ void reportMissingPermissions(const PermStatus& status) {
 
 int runHeadless(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    // Early, so that a SIGTERM during start-up still stops the server cleanly once the loop runs.
+    if (!installSignalPipe()) {
+        std::fputs("velmora: cannot watch for SIGTERM\n", stderr);
+        return 1;
+    }
     auto queue = std::make_shared<QtMainQueue>();
 
     platform::DefaultsStore store;
@@ -92,10 +97,6 @@ int runHeadless(int argc, char** argv) {
         HelperPerms::log("stopped " + std::to_string(stopped) +
                          " Velmora Server left over from an earlier run (it held the port)");
 
-    if (!installSignalPipe()) {
-        std::fputs("velmora: cannot watch for SIGTERM\n", stderr);
-        return 1;
-    }
     QSocketNotifier notifier(signalPipe[0], QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, [&] {
         char bytes[16];

@@ -109,13 +109,16 @@ void HelperPerms::probe(const std::string& mode, Completion completion) {
         return;
     }
     std::weak_ptr<HelperPerms> weak = weak_from_this();
-    queue_->async([weak, mode, binary = *helperBinary_, mainQueue = mainQueue_, completion = std::move(completion)] {
+    // The completion moves on to the main queue: whatever it holds is never released on the queue's
+    // own thread (releasing this service there would make its queue join itself).
+    queue_->async([weak, mode, binary = *helperBinary_, mainQueue = mainQueue_,
+                   completion = std::move(completion)]() mutable {
         LaunchPlan plan = permProbeLaunch(mode, processEnvironment());
         // The system may put up its own prompts while a request probe waits.
         double timeout = mode == "request" ? 20.0 : 10.0;
         auto output = Spawn::output(binary, plan.arguments, plan.environment, timeout);
         std::optional<PermStatus> status = output ? parsePermProbe(*output) : std::nullopt;
-        mainQueue->post([weak, mode, status, completion] {
+        mainQueue->post([weak, mode, status, completion = std::move(completion)] {
             auto self = weak.lock();
             if (!self) return;
             self->lastProbeFailed_ = !status;
@@ -135,10 +138,10 @@ void HelperPerms::probe(const std::string& mode, Completion completion) {
 void HelperPerms::repair(const PermRepairPlan& plan, Completion completion) {
     std::weak_ptr<HelperPerms> weak = weak_from_this();
     queue_->async([weak, plan, tool = resetTool, app = helperApp_, mainQueue = mainQueue_,
-                   completion = std::move(completion)] {
+                   completion = std::move(completion)]() mutable {
         if (!weak.expired()) registerApp(app);
         for (const auto& service : plan.resetServices) resetEntry(tool, service, PermConst::helperBundleID);
-        mainQueue->post([weak, plan, completion] {
+        mainQueue->post([weak, plan, completion = std::move(completion)] {
             auto self = weak.lock();
             if (!self) return;
             if (plan.request) self->probe("request", completion);

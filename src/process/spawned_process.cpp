@@ -73,8 +73,9 @@ void SpawnedProcess::watch(std::shared_ptr<SpawnedProcess> self, std::shared_ptr
     }
     self->exitedSignal_.notify_all();
     if (mainQueue) {
-        // The posted work holds the handle until onExit has run.
-        mainQueue->post([self] {
+        // The posted work holds the handle until onExit has run; this thread lets go of it here, so
+        // whatever onExit holds is released on the main thread.
+        mainQueue->post([self = std::move(self)] {
             if (self->onExit) self->onExit(*self);
         });
     }

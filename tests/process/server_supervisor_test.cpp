@@ -277,3 +277,17 @@ TEST_F(SupervisorTest, AServerIgnoringTermIsKilledAfterTheGrace) {
     EXPECT_EQ(process->exitCode(), 137);
     EXPECT_EQ(logMessages().back(), "Velmora Server stopped");
 }
+
+TEST_F(SupervisorTest, ASpawnFailureBecomesTheErrorLine) {
+    // A server that answers the probe and then removes itself, so that the launch finds nothing.
+    std::string vanishing = writeScript(dir + "/vanishing", "echo 'screen=1 input=1'; rm -f \"$0\"\n");
+    ::setenv("KORVEN_CLI", vanishing.c_str(), 1);
+    auto alone = ServerSupervisor::create(queue, HelperPerms::create(queue, platform::DefaultsStore(), dir + "/prefix"),
+                                          platform::DefaultsStore());
+    alone->readSettings = supervisor->readSettings;
+    alone->startServer();
+    ASSERT_TRUE(queue->runUntil([&] { return !alone->starting(); }, 30));
+    EXPECT_FALSE(alone->task());
+    EXPECT_EQ(alone->lastError(), "Could not start the server: No such file or directory");
+    EXPECT_EQ(logMessages().back().rfind("starting Velmora Server: ", 0), 0u);
+}

@@ -126,8 +126,9 @@ TEST(Spawn, ChildStartsCleanWithOnlyItsGivenEnvironmentAndNoInheritedDescriptors
     std::string outPath = home.path() + "/out";
     int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     auto child = Spawn::start("/bin/sh",
-                              {"-c", "readlink /proc/$$/fd/0 /proc/$$/fd/2; ls /proc/$$/fd | tr '\\n' ' '; echo; "
-                                     "echo \"$ONLY\"; env | grep -c ."},
+                              {"-c", "readlink /proc/$$/fd/0 /proc/$$/fd/2; echo \"$ONLY\"; env | grep -c .; "
+                                     // Last and without a pipe, so that the shell holds no pipe ends.
+                                     "ls /proc/$$/fd"},
                               {{"ONLY", "this one"}}, out, std::nullopt, false);
     auto sleeper = Spawn::start("/bin/sleep", {"100"}, {}, std::nullopt, std::nullopt, false);
     // Wait for sleep to have exec'd before reading its masks.
@@ -149,12 +150,12 @@ TEST(Spawn, ChildStartsCleanWithOnlyItsGivenEnvironmentAndNoInheritedDescriptors
     EXPECT_EQ(standard(sigIgn), 0u) << sigIgn;
     EXPECT_EQ(standard(sigBlk), 0u) << sigBlk;
     std::istringstream lines(readFile(outPath));
-    std::string stdinTarget, stderrTarget, fds, only, count;
+    std::string stdinTarget, stderrTarget, only, count, fds;
     std::getline(lines, stdinTarget);
     std::getline(lines, stderrTarget);
-    std::getline(lines, fds);
     std::getline(lines, only);
     std::getline(lines, count);
+    for (std::string fd; std::getline(lines, fd);) fds += fd + " ";
     EXPECT_EQ(stdinTarget, "/dev/null");
     EXPECT_EQ(stderrTarget, "/dev/null");
     // 0, 1, 2 and at most the one that ls itself opened to read the folder.
