@@ -25,6 +25,10 @@ protected:
         ASSERT_TRUE(xvfb_->running()) << "Xvfb did not start";
         ::mkdir(runtime_.c_str(), 0700);
         port_ = freeLoopbackPort();
+        // A copy away from the installed layout: a velmora --headless started elsewhere on this
+        // machine stops every ".../libexec/velmora/velmora-server" it finds.
+        helper_ = home_.path() + "/velmora-server-under-test";
+        std::filesystem::copy_file(builtExecutable("libexec/velmora/velmora-server"), helper_);
     }
 
     std::map<std::string, std::optional<std::string>> environment(const std::optional<std::string>& entry) {
@@ -51,7 +55,7 @@ protected:
     std::string runtime_ = home_.path() + "/runtime";
     std::string log_ = home_.path() + "/server.log";
     int port_ = 0;
-    const std::string helper_ = builtExecutable("libexec/velmora/velmora-server");
+    std::string helper_;
     const std::string password_ = "correct horse \xc3\xa9";  // non-ASCII, to exercise UTF-16LE
     const std::string entry_ = *NLALogin::entry("anna", NLALogin::ntHashHex(password_));
 };

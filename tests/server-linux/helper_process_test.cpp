@@ -45,6 +45,10 @@ protected:
         ::chmod(script_.c_str(), 0755);
         record_ = home_.path() + "/record";
         ::mkdir(runtime_.c_str(), 0700);
+        // A copy away from the installed layout: a velmora --headless started elsewhere on this
+        // machine stops every ".../libexec/velmora/velmora-server" it finds.
+        helper_ = home_.path() + "/velmora-server-under-test";
+        std::filesystem::copy_file(builtExecutable("libexec/velmora/velmora-server"), helper_);
     }
 
     std::map<std::string, std::optional<std::string>> environment(const std::string& mode,
@@ -66,7 +70,7 @@ protected:
 
     TempHome home_;
     std::string script_, record_, runtime_ = home_.path() + "/runtime";
-    const std::string helper_ = builtExecutable("libexec/velmora/velmora-server");
+    std::string helper_;
     const std::vector<std::string> plan_ = {"/port:3390", "+auth", "/sec:tls", "+sec-nla", "-gfx-avc444",
                                             "+server-side-cursor", "/max-connections:5"};
 };
