@@ -103,6 +103,10 @@ TEST_F(ServerHelperE2e, WindowsLoginOverNlaRightPasswordInWrongOneOut) {
     // Windows names are not case-sensitive, and the client's domain doesn't matter.
     EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "Anna", password_), 0);
     EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "WORKGROUP\\anna", password_), 0);
+    // With "+auth" a TLS client is checked against the system's accounts (PAM), not the login.
+    int tls = rdpTlsSession(xvfb_->display(), port_, "anna", password_);
+    EXPECT_NE(tls, 0);
+    EXPECT_NE(tls, 124) << "the TLS session was let in";
 
     // SIGTERM reaches the server, which dies of it; the helper reports that and tidies up.
     helper.signal(SIGTERM);

@@ -246,4 +246,11 @@ int rdpAuthOnly(const std::string& display, int port, const std::string& user,
     return result.exitCode;
 }
 
+int rdpTlsSession(const std::string& display, int port, const std::string& user, const std::string& password) {
+    auto result = runCommand({"/usr/bin/timeout", "60", "/usr/bin/xfreerdp", "/v:127.0.0.1:" + std::to_string(port),
+                              "/u:" + user, "/p:" + password, "/cert:ignore", "/sec:tls"},
+                             {{"DISPLAY", display}});
+    return result.exitCode;
+}
+
 }  // namespace velmora::test

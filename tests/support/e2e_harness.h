@@ -72,5 +72,8 @@ std::string commandLineOf(pid_t pid);
 // xfreerdp /sec:nla (or /sec:tls) +auth-only against 127.0.0.1:port; its exit code (0: logged in).
 int rdpAuthOnly(const std::string& display, int port, const std::string& user,
                 const std::string& password, const std::string& security = "nla");
+// A whole xfreerdp /sec:tls session, for the server's account check, which comes after the point
+// where +auth-only stops; its exit code (non-zero: refused). Ended after 60 s if it is let in.
+int rdpTlsSession(const std::string& display, int port, const std::string& user, const std::string& password);
 
 }  // namespace velmora::test
