@@ -25,15 +25,17 @@ std::string valueOf(const Environment& environment, const char* name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    blockHelperSignals();
     const pid_t parent = ::getppid();
     const Environment environment = processEnvironment();
 
+    // The probe keeps every signal at its default, so that a stuck display connection still ends
+    // when asked to.
     if (probeMode(environment)) {
         DisplayAccess access = probeDisplay(valueOf(environment, "DISPLAY"));
         std::fputs(probeLine(access.screen, access.input).c_str(), stdout);
         return 0;
     }
+    blockHelperSignals();
 
     std::vector<std::string> arguments(argv + 1, argv + argc);
     std::optional<SamFile> sam;
