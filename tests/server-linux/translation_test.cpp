@@ -1,0 +1,103 @@
+#include "server-linux/server_translation.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+using namespace velmora;
+using namespace velmora::ServerHelper;
+
+namespace {
+const std::string hash = "b39a61f16a4e11fa80580241f1d4aae8";
+}
+
+TEST(ServerTranslation, LoginEntryBecomesOneSamLine) {
+    auto login = parseLoginEntry("anna:" + hash);
+    ASSERT_TRUE(login);
+    EXPECT_EQ(login->user, "anna");
+    EXPECT_EQ(samLine(*login), "anna:::" + hash + ":::\n");
+
+    // Split at the last colon; an upper-case hash is written in lower case.
+    auto upper = parseLoginEntry("Anna Berg:B39A61F16A4E11FA80580241F1D4AAE8");
+    ASSERT_TRUE(upper);
+    EXPECT_EQ(*upper, (SamLogin{"Anna Berg", hash}));
+}
+
+TEST(ServerTranslation, SamFileCoversTheUsualSpellingsOfTheName) {
+    EXPECT_EQ(samFileText(SamLogin{"anna", hash}),
+              "anna:::" + hash + ":::\nANNA:::" + hash + ":::\nAnna:::" + hash + ":::\n");
+    EXPECT_EQ(samFileText(SamLogin{"McKay Berg", hash}),
+              "McKay Berg:::" + hash + ":::\nmckay berg:::" + hash + ":::\nMCKAY BERG:::" + hash +
+                  ":::\nMckay berg:::" + hash + ":::\n");
+    EXPECT_EQ(samFileText(SamLogin{"7", hash}), "7:::" + hash + ":::\n");
+    // Letters beyond ASCII stay as they are (and can't be matched by FreeRDP 2 anyway).
+    EXPECT_EQ(samFileText(SamLogin{"Zo\xc3\xab", hash}),
+              "Zo\xc3\xab:::" + hash + ":::\nzo\xc3\xab:::" + hash + ":::\nZO\xc3\xab:::" + hash + ":::\n");
+    EXPECT_FALSE(nlaCanMatch("Zo\xc3\xab"));
+    EXPECT_TRUE(nlaCanMatch("Anna Berg"));
+}
+
+TEST(ServerTranslation, MalformedLoginEntriesAreRefused) {
+    for (const std::string& entry :
+         {std::string(), hash, ":" + hash, "anna" + hash, "anna:" + hash.substr(1), "anna:" + hash + "0",
+          "anna:" + hash.substr(0, 31) + "g", "   :" + hash,
+          // A second colon would shift the SAM fields; a line feed would add a line of its own.
+          "an:na:" + hash, "anna\nbob:" + hash, "anna\t:" + hash}) {
+        EXPECT_FALSE(parseLoginEntry(entry)) << entry;
+    }
+}
+
+TEST(ServerTranslation, KeepsWhatTheShadowServerKnowsAndDropsTheRest) {
+    const std::vector<std::string> plan = {"/port:3390", "+auth", "/sec:tls", "+sec-nla",
+                                           "-gfx-avc444", "+server-side-cursor", "/max-connections:5"};
+    auto withLogin = shadowArguments(plan, std::string("/run/x/login.sam"));
+    EXPECT_EQ(withLogin.arguments, (std::vector<std::string>{"/port:3390", "+auth", "/sec:tls", "+sec-nla",
+                                                              "/sam-file:/run/x/login.sam"}));
+    EXPECT_EQ(withLogin.dropped,
+              (std::vector<std::string>{"-gfx-avc444", "+server-side-cursor", "/max-connections:5"}));
+
+    // No SAM file: NLA stays off rather than checking clients against a system-wide file.
+    auto withoutLogin = shadowArguments(plan, std::nullopt);
+    EXPECT_EQ(withoutLogin.arguments, (std::vector<std::string>{"/port:3390", "+auth", "/sec:tls"}));
+    EXPECT_EQ(withoutLogin.dropped.front(), "+sec-nla");
+
+    auto open = shadowArguments({"/port:3389", "-auth", "/sec:tls", "+gfx-avc444", "/max-connections:5"},
+                                std::string("/unused"));
+    EXPECT_EQ(open.arguments, (std::vector<std::string>{"/port:3389", "-auth", "/sec:tls"}));
+
+    // Only real port numbers pass; anything else could change the server's meaning.
+    auto odd = shadowArguments({"/port:", "/port:0", "/port:65536", "/port:12a", "/port:-1", "/port:65535",
+                                "/sam-file:/etc/passwd", "/sec:rdp"},
+                               std::nullopt);
+    EXPECT_EQ(odd.arguments, (std::vector<std::string>{"/port:65535"}));
+    EXPECT_EQ(odd.dropped.size(), 7u);
+
+    EXPECT_TRUE(asksForNla(plan));
+    EXPECT_FALSE(asksForNla({"/port:3389", "+auth", "/sec:tls", "-sec-nla"}));
+}
+
+TEST(ServerTranslation, ModesAndEnvironment) {
+    EXPECT_EQ(probeMode({{"MAC_SHADOW_PERMS", "check"}}), "check");
+    EXPECT_EQ(probeMode({{"MAC_SHADOW_PERMS", "request"}}), "request");
+    EXPECT_FALSE(probeMode({{"MAC_SHADOW_PERMS", ""}}));
+    EXPECT_FALSE(probeMode({}));
+    EXPECT_EQ(probeLine(true, false), "screen=1 input=0\n");
+    EXPECT_EQ(probeLine(false, true), "screen=0 input=1\n");
+
+    EXPECT_TRUE(watchesParent({{"MAC_SHADOW_PARENT_WATCH", "1"}}));
+    EXPECT_FALSE(watchesParent({{"MAC_SHADOW_PARENT_WATCH", "0"}}));
+    EXPECT_FALSE(watchesParent({{"MAC_SHADOW_PARENT_WATCH", "true"}}));
+    EXPECT_FALSE(watchesParent({}));
+
+    Environment ours = {{"MAC_SHADOW_NLA", "anna:" + hash}, {"MAC_SHADOW_FPS", "30"},
+                        {"MAC_SHADOW_PARENT_WATCH", "1"}, {"WLOG_LEVEL", "INFO"}, {"HOME", "/home/a"},
+                        {"DISPLAY", ":0"}, {"XMAC_SHADOW_KEEP", "x"}};
+    EXPECT_EQ(shadowEnvironment(ours), (Environment{{"WLOG_LEVEL", "INFO"}, {"HOME", "/home/a"},
+                                                    {"DISPLAY", ":0"}, {"XMAC_SHADOW_KEEP", "x"}}));
+}
+
+TEST(ServerTranslation, ExitCodes) {
+    EXPECT_EQ(exitCodeOf(0), 0);
+    EXPECT_EQ(exitCodeOf(3 << 8), 3);
+    EXPECT_EQ(exitCodeOf(SIGTERM), 143);
+    EXPECT_EQ(exitCodeOf(SIGKILL), 137);
+}

@@ -1,0 +1,256 @@
+#include "support/e2e_harness.h"
+
+#include "core/environment.h"
+#include "support/run_command.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace velmora::test {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Real processes take real time to start and end; the loops below poll them within a bound.
+constexpr auto pollInterval = std::chrono::milliseconds(50);
+
+Clock::time_point deadlineAfter(double seconds) {
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+// The fields of /proc/<pid>/stat after the command name: state, ppid, ...
+std::optional<std::pair<char, pid_t>> stateAndParent(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    auto close = text.rfind(')');
+    if (close == std::string::npos) return std::nullopt;
+    std::istringstream rest(text.substr(close + 1));
+    char state = 0;
+    pid_t parent = 0;
+    if (!(rest >> state >> parent)) return std::nullopt;
+    return std::make_pair(state, parent);
+}
+
+std::vector<pid_t> allPids() {
+    std::vector<pid_t> pids;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+        const std::string name = entry.path().filename().string();
+        if (!name.empty() && name.find_first_not_of("0123456789") == std::string::npos)
+            pids.push_back(static_cast<pid_t>(std::stol(name)));
+    }
+    return pids;
+}
+
+}  // namespace
+
+std::string missingE2ePrerequisite() {
+    for (const char* path : {"/usr/bin/Xvfb", "/usr/bin/xfreerdp", "/usr/bin/freerdp-shadow-cli", "/usr/bin/openssl"})
+        if (::access(path, X_OK) != 0)
+            return std::string(path) + " is missing (install xvfb, freerdp2-x11, freerdp2-shadow-x11, openssl)";
+    return {};
+}
+
+BackgroundProcess::BackgroundProcess(const std::vector<std::string>& argv,
+                                     const std::map<std::string, std::optional<std::string>>& environment,
+                                     const std::string& outputFile, int descriptor3) {
+    Environment env = processEnvironment();
+    for (const auto& [name, value] : environment) {
+        if (value) env[name] = *value;
+        else env.erase(name);
+    }
+    std::vector<std::string> envStrings;
+    for (const auto& [name, value] : env) envStrings.push_back(name + "=" + value);
+    std::vector<char*> args, envp;
+    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    for (auto& e : envStrings) envp.push_back(e.data());
+    envp.push_back(nullptr);
+
+    int out = ::open(outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    int in = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+        ::setpgid(0, 0);  // its own group, so that a test's signals to it reach nothing else
+        ::dup2(in, 0);
+        ::dup2(out, 1);
+        ::dup2(out, 2);
+        if (descriptor3 >= 0) ::dup2(descriptor3, 3);
+        sigset_t none;
+        sigemptyset(&none);
+        ::sigprocmask(SIG_SETMASK, &none, nullptr);
+        ::signal(SIGINT, SIG_DFL);
+        ::signal(SIGTERM, SIG_DFL);
+        ::execve(args[0], args.data(), envp.data());
+        ::_exit(127);
+    }
+    if (in >= 0) ::close(in);
+    if (out >= 0) ::close(out);
+    if (pid_ < 0) throw std::runtime_error("fork failed");
+}
+
+BackgroundProcess::~BackgroundProcess() {
+    if (exitCode_ || pid_ <= 0) return;
+    ::kill(pid_, SIGKILL);
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {}
+}
+
+std::optional<int> BackgroundProcess::waitForExit(double seconds) {
+    if (exitCode_) return exitCode_;
+    auto deadline = deadlineAfter(seconds);
+    for (;;) {
+        int status = 0;
+        pid_t ended = ::waitpid(pid_, &status, WNOHANG);
+        if (ended == pid_) {
+            exitCode_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+            return exitCode_;
+        }
+        if (Clock::now() >= deadline) return std::nullopt;
+        std::this_thread::sleep_for(pollInterval);
+    }
+}
+
+void BackgroundProcess::signal(int signal) const {
+    if (!exitCode_ && pid_ > 0) ::kill(pid_, signal);
+}
+
+Xvfb::Xvfb() {
+    // Xvfb writes the display number it took to descriptor 3 once it accepts clients.
+    int ready[2];
+    if (::pipe2(ready, O_CLOEXEC) != 0) return;
+    auto candidate = std::make_unique<BackgroundProcess>(
+        std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "1024x768x24", "-nolisten", "tcp"},
+        std::map<std::string, std::optional<std::string>>{}, "/dev/null", ready[1]);
+    ::close(ready[1]);
+    std::string number;
+    pollfd wait{ready[0], POLLIN, 0};
+    auto deadline = deadlineAfter(30);
+    while (Clock::now() < deadline && number.find('\n') == std::string::npos) {
+        if (::poll(&wait, 1, 100) <= 0) continue;
+        char buffer[32];
+        ssize_t n = ::read(ready[0], buffer, sizeof buffer);
+        if (n <= 0) break;
+        number.append(buffer, static_cast<std::size_t>(n));
+    }
+    ::close(ready[0]);
+    if (number.find('\n') == std::string::npos) return;  // the destructor of candidate ends it
+    display_ = ":" + number.substr(0, number.find('\n'));
+    process_ = std::move(candidate);
+}
+
+Xvfb::~Xvfb() {
+    if (process_) {
+        process_->signal(SIGTERM);
+        process_->waitForExit(10);
+    }
+}
+
+int freeLoopbackPort() {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = 0;
+    socklen_t length = sizeof address;
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        throw std::runtime_error("no free loopback port");
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+bool waitForListening(int port, double seconds, BackgroundProcess* owner) {
+    auto deadline = deadlineAfter(seconds);
+    for (;;) {
+        int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        ::close(fd);
+        if (connected) return true;
+        if (Clock::now() >= deadline || (owner && owner->waitForExit(0))) return false;
+        std::this_thread::sleep_for(pollInterval);
+    }
+}
+
+bool processAlive(pid_t pid) {
+    auto state = stateAndParent(pid);
+    return state && state->first != 'Z' && state->first != 'X';
+}
+
+bool waitForProcessGone(pid_t pid, double seconds) {
+    auto deadline = deadlineAfter(seconds);
+    while (processAlive(pid)) {
+        if (Clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(pollInterval);
+    }
+    return true;
+}
+
+pid_t parentOf(pid_t pid) {
+    auto state = stateAndParent(pid);
+    return state ? state->second : -1;
+}
+
+std::vector<pid_t> childrenOf(pid_t pid) {
+    std::vector<pid_t> children;
+    for (pid_t candidate : allPids()) {
+        auto state = stateAndParent(candidate);
+        if (state && state->second == pid && state->first != 'Z') children.push_back(candidate);
+    }
+    return children;
+}
+
+std::vector<pid_t> processesRunning(const std::string& path) {
+    std::vector<pid_t> found;
+    for (pid_t candidate : allPids()) {
+        std::error_code error;
+        auto target = std::filesystem::read_symlink("/proc/" + std::to_string(candidate) + "/exe", error);
+        if (!error && target == path && processAlive(candidate)) found.push_back(candidate);
+    }
+    return found;
+}
+
+std::string commandLineOf(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    for (char& c : text)
+        if (c == '\0') c = ' ';
+    return text;
+}
+
+int rdpAuthOnly(const std::string& display, int port, const std::string& user,
+                const std::string& password, const std::string& security) {
+    // xfreerdp opens the display even when it only authenticates.
+    auto result = runCommand({"/usr/bin/timeout", "60", "/usr/bin/xfreerdp",
+                              "/v:127.0.0.1:" + std::to_string(port), "/u:" + user, "/p:" + password,
+                              "/cert:ignore", "/sec:" + security, "+auth-only"},
+                             {{"DISPLAY", display}});
+    return result.exitCode;
+}
+
+int rdpTlsSession(const std::string& display, int port, const std::string& user, const std::string& password) {
+    auto result = runCommand({"/usr/bin/timeout", "60", "/usr/bin/xfreerdp", "/v:127.0.0.1:" + std::to_string(port),
+                              "/u:" + user, "/p:" + password, "/cert:ignore", "/sec:tls"},
+                             {{"DISPLAY", display}});
+    return result.exitCode;
+}
+
+}  // namespace velmora::test
