@@ -6,6 +6,7 @@
 #include "netcheck/diagnostics.h"
 #include "netcheck/net_info.h"
 #include "permissions/helper_perms.h"
+#include "process/spawn.h"
 #include "platform/defaults_store.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
@@ -46,17 +47,7 @@ std::vector<Diagnostics::Permission> probedPermissions(const platform::DefaultsS
 
 }  // namespace
 
-bool serverProcessRunning() {
-    const std::string suffix = platform::serverExecutableSuffix();
-    const pid_t own = ::getpid();
-    for (pid_t pid : platform::allProcessIds()) {
-        if (pid == own) continue;
-        std::string path = platform::executablePathOf(pid);
-        if (path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0)
-            return true;
-    }
-    return false;
-}
+bool serverProcessRunning() { return !Spawn::findServers().empty(); }
 
 int printDiagnostics() {
     platform::DefaultsStore store = readOnlyStore();

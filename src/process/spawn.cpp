@@ -191,19 +191,24 @@ std::optional<std::string> output(const std::string& path, const std::vector<std
     return text::repairedUtf8(buffer);
 }
 
-int stopLeftovers(const std::string& executableSuffix) {
+std::vector<pid_t> findProcesses(const std::string& executableSuffix) {
     const pid_t own = ::getpid();
-    std::vector<pid_t> kept;
+    std::vector<pid_t> found;
     for (pid_t pid : platform::allProcessIds()) {
         if (pid < 1 || pid == own) continue;
+        // Processes whose path can't be read (other users', ended ones) are skipped.
         std::string executable = platform::executablePathOf(pid);
         if (executable.empty()) continue;
         executable = text::repairedUtf8(executable);
-        if (executable.size() >= executableSuffix.size() &&
-            executable.compare(executable.size() - executableSuffix.size(), executableSuffix.size(),
-                               executableSuffix) == 0)
-            kept.push_back(pid);
+        if (executable.ends_with(executableSuffix)) found.push_back(pid);
     }
+    return found;
+}
+
+std::vector<pid_t> findServers() { return findProcesses(platform::serverExecutableSuffix()); }
+
+int stopLeftovers(const std::string& executableSuffix) {
+    std::vector<pid_t> kept = findProcesses(executableSuffix);
     if (kept.empty()) return 0;
     // Ask them all first, so that they wind down side by side.
     for (pid_t pid : kept) ::kill(pid, SIGTERM);

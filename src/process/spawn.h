@@ -43,6 +43,12 @@ std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector
 std::optional<std::string> output(const std::string& path, const std::vector<std::string>& arguments,
                                   const Environment& environment, double timeout);
 
+// The processes other than this one whose executable path ends with `executableSuffix`, in list
+// order; nothing is signalled.
+std::vector<pid_t> findProcesses(const std::string& executableSuffix);
+// The Velmora servers running on this machine (of this user, unless we may inspect others').
+std::vector<pid_t> findServers();
+
 // Ends every process (other than this one) whose executable path ends with `executableSuffix`:
 // SIGTERM to all, then SIGKILL to those still there after 20 seconds each. Returns how many were
 // found. Blocks the caller.

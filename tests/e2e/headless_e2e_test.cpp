@@ -1,6 +1,7 @@
 // The whole system on Linux: the real `velmora --headless` with the Windows login in the real
 // keyring, velmora-server, the FreeRDP shadow server under Xvfb and xfreerdp as the client.
 
+#include "process/spawn.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "process/server_cert.h"
@@ -18,17 +19,6 @@ using namespace velmora::test;
 
 namespace {
 
-// velmora --headless stops every Velmora server of the machine at start-up, as it should; a test
-// must not do that to somebody else's.
-bool otherVelmoraServerRuns() {
-    const std::string suffix = platform::serverExecutableSuffix();
-    for (pid_t pid : platform::allProcessIds()) {
-        std::string path = platform::executablePathOf(pid);
-        if (path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0)
-            return true;
-    }
-    return false;
-}
 
 bool eventually(const std::function<bool()>& condition, double seconds) {
     for (int i = 0; i < seconds * 20; ++i) {
@@ -43,7 +33,7 @@ protected:
     void SetUp() override {
         std::string missing = missingE2ePrerequisite();
         if (!missing.empty()) GTEST_SKIP() << missing;
-        if (otherVelmoraServerRuns()) GTEST_SKIP() << "a Velmora server is running on this machine";
+        if (!Spawn::findServers().empty()) GTEST_SKIP() << "a Velmora server is running on this machine";
         VELMORA_REQUIRE_KEYRING();
         xvfb_ = std::make_unique<Xvfb>();
         ASSERT_TRUE(xvfb_->running()) << "Xvfb did not start";

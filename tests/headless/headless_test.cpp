@@ -22,17 +22,6 @@ using velmora::test::writeFile;
 
 namespace {
 
-// velmora --headless stops every Velmora server of the machine at start-up, as it should; a test
-// must not do that to somebody else's.
-bool otherVelmoraServerRuns() {
-    for (pid_t pid : platform::allProcessIds()) {
-        std::string path = platform::executablePathOf(pid);
-        const std::string suffix = platform::serverExecutableSuffix();
-        if (path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0)
-            return true;
-    }
-    return false;
-}
 
 bool eventually(const std::function<bool()>& condition) {
     for (int i = 0; i < 20000; ++i) {
@@ -45,7 +34,7 @@ bool eventually(const std::function<bool()>& condition) {
 class HeadlessTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (otherVelmoraServerRuns()) GTEST_SKIP() << "a Velmora server is running on this machine";
+        if (!Spawn::findServers().empty()) GTEST_SKIP() << "a Velmora server is running on this machine";
         writeFile(home.path() + "/answer", "screen=1 input=1\n");
         server = home.path() + "/server";
         writeFile(server, "#!/bin/sh\n"

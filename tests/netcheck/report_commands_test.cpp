@@ -1,6 +1,7 @@
 // The two report commands of the velmora executable, run as separate processes against a private
 // home, a loopback service, a real listening port and a stand-in server process.
 
+#include "process/spawn.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "support/http_server.h"
@@ -43,16 +44,6 @@ private:
     pid_t pid_ = -1;
 };
 
-// Whether some Velmora server runs on this machine right now (other test programs start them too).
-bool anyServerProcess() {
-    const std::string suffix = platform::serverExecutableSuffix();
-    for (pid_t pid : platform::allProcessIds()) {
-        std::string path = platform::executablePathOf(pid);
-        if (path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0)
-            return true;
-    }
-    return false;
-}
 
 TEST(ReportCommands, DiagnosticsPrintsSettingsPermissionsAndTheRedactedLogEnd) {
     test::TempHome home;
@@ -98,11 +89,11 @@ TEST(ReportCommands, TestConnectionReportsTheRunningServer) {
                     "{\"port\": " + std::to_string(listener.port()) + "}");
     const std::string velmora = test::builtExecutable("bin/velmora");
 
-    bool othersBefore = anyServerProcess();
+    bool othersBefore = !Spawn::findServers().empty();
     auto stopped = test::runCommand({velmora, "test-connection"}, {{"VELMORA_SERVICE_URL", service.baseURL()}});
     ASSERT_EQ(stopped.exitCode, 0) << stopped.err;
     // The "not running" half only means something while no other test's server is alive.
-    if (!othersBefore && !anyServerProcess()) {
+    if (!othersBefore && Spawn::findServers().empty()) {
         EXPECT_EQ(stopped.out.rfind("The server is not running.", 0), 0u) << stopped.out;
         EXPECT_NE(stopped.out.find("Turn on \"Open Velmora at Login\""), std::string::npos);
         EXPECT_TRUE(service.requests().empty());

@@ -68,18 +68,10 @@ std::string missingE2ePrerequisite() {
 BackgroundProcess::BackgroundProcess(const std::vector<std::string>& argv,
                                      const std::map<std::string, std::optional<std::string>>& environment,
                                      const std::string& outputFile, int descriptor3) {
-    Environment env = processEnvironment();
-    for (const auto& [name, value] : environment) {
-        if (value) env[name] = *value;
-        else env.erase(name);
-    }
-    std::vector<std::string> envStrings;
-    for (const auto& [name, value] : env) envStrings.push_back(name + "=" + value);
-    std::vector<char*> args, envp;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    for (auto& e : envStrings) envp.push_back(e.data());
-    envp.push_back(nullptr);
+    std::vector<std::string> envStrings = environmentStrings(environment);
+    std::vector<std::string> argStrings = argv;
+    std::vector<char*> args = execVector(argStrings);
+    std::vector<char*> envp = execVector(envStrings);
 
     int out = ::open(outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     int in = ::open("/dev/null", O_RDONLY | O_CLOEXEC);

@@ -11,21 +11,31 @@
 
 namespace velmora::test {
 
-CommandResult runCommand(const std::vector<std::string>& argv,
-                         const std::map<std::string, std::optional<std::string>>& environment,
-                         const std::string& input) {
+std::vector<std::string> environmentStrings(const std::map<std::string, std::optional<std::string>>& changes) {
     Environment env = processEnvironment();
-    for (const auto& [name, value] : environment) {
+    for (const auto& [name, value] : changes) {
         if (value) env[name] = *value;
         else env.erase(name);
     }
-    std::vector<std::string> envStrings;
-    for (const auto& [name, value] : env) envStrings.push_back(name + "=" + value);
-    std::vector<char*> args, envp;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    for (auto& e : envStrings) envp.push_back(e.data());
-    envp.push_back(nullptr);
+    std::vector<std::string> strings;
+    for (const auto& [name, value] : env) strings.push_back(name + "=" + value);
+    return strings;
+}
+
+std::vector<char*> execVector(std::vector<std::string>& strings) {
+    std::vector<char*> pointers;
+    for (auto& text : strings) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+CommandResult runCommand(const std::vector<std::string>& argv,
+                         const std::map<std::string, std::optional<std::string>>& environment,
+                         const std::string& input) {
+    std::vector<std::string> envStrings = environmentStrings(environment);
+    std::vector<std::string> argStrings = argv;
+    std::vector<char*> args = execVector(argStrings);
+    std::vector<char*> envp = execVector(envStrings);
 
     int in[2], out[2], err[2];
     if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC))
