@@ -15,11 +15,25 @@ TMPDIR=$(mktemp -d "${TMPDIR:-/tmp}/velmora-tests-XXXXXX")
 trap 'rm -rf "$TMPDIR"' EXIT
 
 status=0
+passed=0
+failed=0
+# Runs one ctest preset and adds its counts to the totals.
+run_suite() {
+  local preset=$1 out
+  out=$(mktemp)
+  scripts/with-test-keyring.sh ctest --preset "$preset" 2>&1 | tee "$out" || status=1
+  local total bad
+  total=$(sed -n 's/.*tests failed out of \([0-9]*\).*/\1/p' "$out" | tail -n 1)
+  bad=$(sed -n 's/.*tests passed, \([0-9]*\) tests failed out of.*/\1/p' "$out" | tail -n 1)
+  if [ -z "$total" ]; then status=1; failed=$((failed + 1)); else
+    passed=$((passed + total - bad)); failed=$((failed + bad)); fi
+  rm -f "$out"
+}
+
 echo "== plain build"
-scripts/with-test-keyring.sh ctest --preset default || status=1
+run_suite default
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build"
-ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  scripts/with-test-keyring.sh ctest --preset asan || status=1
+ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 run_suite asan
 
 fuzz_seconds=${FUZZ_SECONDS:-60}
 if [ "$fuzz_seconds" -gt 0 ]; then
@@ -32,9 +46,13 @@ if [ "$fuzz_seconds" -gt 0 ]; then
       tail -n 60 "$corpus.log"
       echo "fuzz target $(basename "$target") failed"
       status=1
+      failed=$((failed + 1))
+    else
+      passed=$((passed + 1))
     fi
     rm -rf "$corpus" "$corpus.log"
   done
 fi
 
+echo "velmora: $passed passed, $failed failed"
 exit $status

@@ -122,11 +122,12 @@ void BackgroundProcess::signal(int signal) const {
 }
 
 Xvfb::Xvfb() {
-    // Xvfb writes the display number it took to descriptor 3 once it accepts clients.
+    // Xvfb writes the display number it took to descriptor 3 once it accepts clients. -noreset:
+    // by default it resets when its last client leaves, and a client connecting meanwhile fails.
     int ready[2];
     if (::pipe2(ready, O_CLOEXEC) != 0) return;
     auto candidate = std::make_unique<BackgroundProcess>(
-        std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "1024x768x24", "-nolisten", "tcp"},
+        std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "1024x768x24", "-nolisten", "tcp", "-noreset"},
         std::map<std::string, std::optional<std::string>>{}, "/dev/null", ready[1]);
     ::close(ready[1]);
     std::string number;
