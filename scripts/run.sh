@@ -20,10 +20,23 @@ if [ -z "${DISPLAY:-}" ]; then
   export DISPLAY=":$number"
   echo "run: no display found, so Velmora shares a virtual one: Xvfb on $DISPLAY"
 fi
-cleanup() { [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null || true; }
+velmora_pid=
+cleanup() {
+  [ -n "$velmora_pid" ] && kill -TERM "$velmora_pid" 2>/dev/null && wait "$velmora_pid" 2>/dev/null
+  [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null
+  return 0
+}
 trap cleanup EXIT
+# Velmora stops its server (with its grace period) on SIGTERM or SIGINT; pass both on.
+trap 'kill -TERM "$velmora_pid" 2>/dev/null' TERM INT HUP
 
 echo "run: starting velmora --headless (stop it with Ctrl-C); the log is ${XDG_STATE_HOME:-$HOME/.local/state}/velmora/Velmora.log"
+build/bin/velmora --headless &
+velmora_pid=$!
 status=0
-build/bin/velmora --headless || status=$?
+# wait returns early when a trapped signal arrives; wait again for Velmora's own end.
+while kill -0 "$velmora_pid" 2>/dev/null; do
+  wait "$velmora_pid" && status=0 || status=$?
+done
+velmora_pid=
 exit $status
