@@ -1,12 +1,11 @@
 #include "process/server_cert.h"
 
+#include "core/files.h"
 #include "core/text.h"
 #include "platform/certificate_name.h"
 #include "platform/paths.h"
 
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 
 namespace velmora::ServerCert {
 
@@ -93,12 +92,9 @@ std::optional<std::string> subjectName(const std::string& pem) {
 }
 
 bool removeIfNameless() {
-    std::ifstream in(certPath(), std::ios::binary);
-    if (!in) return false;
-    std::ostringstream contents;
-    contents << in.rdbuf();
-    if (in.bad()) return false;
-    std::string pem = contents.str();
+    auto read = files::readWhole(certPath());
+    if (!read) return false;
+    const std::string& pem = *read;
     if (!text::isValidUtf8(pem)) return false;
     if (!der(pem)) return false;  // only a block that decodes is judged
     if (subjectName(pem)) return false;

@@ -1,28 +1,13 @@
 #include "usage/usage_service.h"
 
+#include "core/files.h"
 #include "core/work_queue.h"
 #include "netcheck/net_info.h"
 #include "netcheck/service_url.h"
 #include "settings/keys.h"
 #include "settings/launch_plan.h"
 
-#include <fstream>
-#include <iterator>
-
 namespace velmora {
-
-namespace {
-
-// The whole file, or absent when it cannot be read.
-std::optional<std::string> readWhole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) return std::nullopt;
-    return bytes;
-}
-
-}  // namespace
 
 std::shared_ptr<UsageService> UsageService::create(MainQueue& mainQueue, platform::DefaultsStore& store,
                                                    std::shared_ptr<UsagePing> ping, Options options) {
@@ -78,7 +63,7 @@ void UsageService::counted(int clients) {
     ++ticksCounted_;
     if (!ping_->tick(clients)) return;
     std::optional<ServerStats> stats;
-    if (auto bytes = readWhole(options_.statsPath())) stats = ServerStats::fromJSON(*bytes);
+    if (auto bytes = files::readWhole(options_.statsPath())) stats = ServerStats::fromJSON(*bytes);
     ping_->send(clients >= 1, options_.serverBase(), stats);
 }
 

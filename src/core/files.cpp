@@ -1,0 +1,16 @@
+#include "core/files.h"
+
+#include <fstream>
+#include <iterator>
+
+namespace velmora::files {
+
+std::optional<std::string> readWhole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) return std::nullopt;
+    return bytes;
+}
+
+}  // namespace velmora::files
