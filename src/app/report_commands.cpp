@@ -10,6 +10,7 @@
 #include "platform/defaults_store.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
+#include "platform/login_item.h"
 #include "platform/system_info.h"
 #include "settings/keys.h"
 #include "settings/settings_store.h"

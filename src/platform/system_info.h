@@ -19,9 +19,4 @@ std::string platformUUID();
 // The program that lists open network connections (lsof).
 std::string connectionListerPath();
 
-// Whether Velmora is set to open when the user logs in (Linux: the autostart entry
-// $XDG_CONFIG_HOME/autostart/velmora.desktop exists; macOS: the main application's login item is
-// enabled).
-bool opensAtLogin();
-
 }  // namespace velmora::platform

@@ -1,12 +1,9 @@
 #include "platform/system_info.h"
 
 #include "core/text.h"
-#include "platform/paths.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <sys/stat.h>
 #include <sys/utsname.h>
 
 namespace velmora::platform {
@@ -57,14 +54,5 @@ std::string platformUUID() {
 
 std::string connectionListerPath() { return "/usr/bin/lsof"; }
 
-bool opensAtLogin() {
-    const char* config = std::getenv("XDG_CONFIG_HOME");
-    std::string folder;
-    if (config && config[0] == '/') folder = config;
-    else if (std::string home = homeDirectory(); !home.empty()) folder = home + "/.config";
-    else return false;
-    struct stat info{};
-    return ::stat((folder + "/autostart/velmora.desktop").c_str(), &info) == 0;
-}
 
 }  // namespace velmora::platform

@@ -1,3 +1,4 @@
+#include "platform/login_item.h"
 #include "platform/system_info.h"
 
 #include <CoreFoundation/CoreFoundation.h>
