@@ -33,6 +33,10 @@ std::string bundleRoot();
 // executable ends so are Velmora servers (Linux: "/libexec/velmora/velmora-server").
 std::string serverExecutableSuffix();
 
+// A private folder for this user's running Velmora (its lock and socket): Linux
+// $XDG_RUNTIME_DIR/velmora, else /tmp/velmora-<uid>; macOS the user's temporary folder + velmora.
+std::string runtimeDirectory();
+
 // Creates `path` and its missing parents (mode 0700 for new folders); true when it exists after.
 bool makeDirectories(const std::string& path);
 

@@ -187,11 +187,6 @@ TEST(SystemInfo, PlatformFacts) {
     EXPECT_EQ(platform::platformUUID(), id.empty() ? "unknown" : text::trimmed(id));
     EXPECT_FALSE(platform::osVersionString().empty());
     EXPECT_EQ(platform::modelName().find('\n'), std::string::npos);
-
-    test::TempHome home;
-    EXPECT_FALSE(platform::opensAtLogin());
-    test::writeFile(home.configHome() + "/autostart/velmora.desktop", "[Desktop Entry]\n");
-    EXPECT_TRUE(platform::opensAtLogin());
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 namespace velmora::test {
 
 namespace {
-const char* const variables[] = {"HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "XDG_DATA_HOME"};
+const char* const variables[] = {"HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "XDG_DATA_HOME", "XDG_RUNTIME_DIR"};
 }
 
 TempHome::TempHome() {
@@ -24,6 +24,7 @@ TempHome::TempHome() {
     ::setenv("XDG_CONFIG_HOME", configHome().c_str(), 1);
     ::setenv("XDG_STATE_HOME", stateHome().c_str(), 1);
     ::setenv("XDG_DATA_HOME", dataHome().c_str(), 1);
+    ::setenv("XDG_RUNTIME_DIR", runtimeDir().c_str(), 1);
 }
 
 TempHome::~TempHome() {

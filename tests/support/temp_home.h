@@ -19,6 +19,7 @@ public:
     std::string configHome() const { return root_ + "/config"; }
     std::string stateHome() const { return root_ + "/state"; }
     std::string dataHome() const { return root_ + "/data"; }
+    std::string runtimeDir() const { return root_ + "/runtime"; }
 
 private:
     std::string root_;

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <pwd.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -72,6 +73,12 @@ std::string executablePath() {
 
 std::string bundleRoot() {
     return parentOf(parentOf(executablePath()));
+}
+
+std::string runtimeDirectory() {
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime && runtime[0] == '/') return std::string(runtime) + "/velmora";
+    return "/tmp/velmora-" + std::to_string(::getuid());
 }
 
 std::string serverExecutableSuffix() { return "/libexec/velmora/velmora-server"; }

@@ -58,4 +58,13 @@ std::string bundleRoot() {
 
 std::string serverExecutableSuffix() { return "/Velmora Server.app/Contents/MacOS/freerdp-shadow-cli"; }
 
+std::string runtimeDirectory() {
+    char folder[PATH_MAX];
+    std::size_t n = ::confstr(_CS_DARWIN_USER_TEMP_DIR, folder, sizeof folder);
+    if (n == 0 || n > sizeof folder) return "/tmp/velmora-" + std::to_string(::getuid());
+    std::string path(folder);
+    if (!path.empty() && path.back() != '/') path += '/';
+    return path + "velmora";
+}
+
 }  // namespace velmora::platform

@@ -1,4 +1,4 @@
-#include "app/qt_main_queue.h"
+#include "qt/qt_main_queue.h"
 
 #include <QMetaObject>
 #include <QTimer>

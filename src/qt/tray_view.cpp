@@ -1,0 +1,133 @@
+#include "qt/tray_view.h"
+
+#include "permissions/helper_perms.h"
+
+#include <QApplication>
+#include <QFont>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPixmap>
+
+namespace velmora {
+
+namespace {
+
+// The status colour of a running server (the system green of macOS).
+const QColor runningGreen(0x34, 0xc7, 0x59);
+
+QPixmap drawnRDP(int size) {
+    QPixmap pixmap(size, size);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    QFont font = painter.font();
+    font.setBold(true);
+    font.setPixelSize(size * 3 / 8);
+    painter.setFont(font);
+    painter.setPen(QColor(0x2e, 0x34, 0x40));
+    painter.drawText(pixmap.rect(), Qt::AlignCenter, QStringLiteral("RDP"));
+    return pixmap;
+}
+
+QPixmap tinted(QPixmap pixmap) {
+    QPainter painter(&pixmap);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceAtop);
+    QColor tint = runningGreen;
+    tint.setAlphaF(0.6);
+    painter.fillRect(pixmap.rect(), tint);
+    return pixmap;
+}
+
+}  // namespace
+
+QIcon TrayView::statusIcon(bool running) {
+    QIcon icon;
+    const QIcon source(QStringLiteral(":/icons/velmora.svg"));
+    for (int size : {16, 22, 24, 32, 48, 64}) {
+        QPixmap pixmap = source.pixmap(size, size);
+        if (pixmap.isNull()) pixmap = drawnRDP(size);
+        icon.addPixmap(running ? tinted(pixmap) : pixmap);
+    }
+    return icon;
+}
+
+TrayView::TrayView(Perform perform) : perform_(std::move(perform)) {}
+
+TrayView::~TrayView() {
+    if (tray_) tray_->hide();
+}
+
+void TrayView::becomeAccessory() {
+    // No window at start, and closing one (an alert, settings) never ends the application.
+    QApplication::setQuitOnLastWindowClosed(false);
+}
+
+void TrayView::createStatusItem() {
+    tray_ = std::make_unique<QSystemTrayIcon>();
+    tray_->setIcon(statusIcon(false));
+    tray_->setToolTip(QStringLiteral("Velmora"));
+}
+
+void TrayView::buildMenu(const std::vector<MenuItem>& items) {
+    menu_ = std::make_unique<QMenu>();
+    menu_->setAccessibleName(QStringLiteral("Velmora"));
+    for (const MenuItem& item : items) {
+        if (item.separator()) {
+            menu_->addSeparator();
+            continue;
+        }
+        QAction* action = menu_->addAction(QString::fromStdString(item.title));
+        action->setEnabled(item.enabled);
+        action->setCheckable(item.checkable);
+        if (!item.shortcut.empty()) action->setShortcut(QKeySequence(QString::fromStdString(item.shortcut)));
+        if (item.action == MenuAction::none) {
+            if (!statusLine_) statusLine_ = action;
+            continue;
+        }
+        if (item.action == MenuAction::toggleServer) toggle_ = action;
+        if (item.checkable) checkable_[item.action] = action;
+        QObject::connect(action, &QAction::triggered, action, [this, which = item.action] { perform_(which); });
+    }
+    tray_->setContextMenu(menu_.get());
+    tray_->show();
+}
+
+void TrayView::show(const MenuState& state) {
+    setStatusLine(state.statusLine);
+    if (toggle_) toggle_->setText(QString::fromStdString(state.toggleTitle));
+    auto check = [this](MenuAction action, bool on) {
+        if (auto found = checkable_.find(action); found != checkable_.end() && found->second->isChecked() != on)
+            found->second->setChecked(on);
+    };
+    check(MenuAction::toggleAutoStart, state.autoStart);
+    check(MenuAction::toggleUsagePing, state.usagePing);
+    check(MenuAction::toggleLogin, state.opensAtLogin);
+    if (tray_ && state.running != tinted_) {
+        tinted_ = state.running;
+        tray_->setIcon(statusIcon(state.running));
+    }
+}
+
+void TrayView::setStatusLine(const std::string& title) {
+    const QString text = QString::fromStdString(title);
+    if (statusLine_ && statusLine_->text() != text) statusLine_->setText(text);
+    if (tray_ && tray_->toolTip() != text) tray_->setToolTip(text);
+}
+
+void TrayView::openSettings() {
+    if (settingsWindow) return settingsWindow();
+    HelperPerms::log("the settings window is not part of this build yet");
+    if (tray_)
+        tray_->showMessage(QStringLiteral("Velmora"),
+                           QStringLiteral("The settings window is not part of this build yet."));
+}
+
+bool TrayView::showPermissions(const PermissionsRequest& request) {
+    if (permissionsWindow) return permissionsWindow(request);
+    std::string message = lacksPermissionText(request) + "; the permissions window is not part of this build yet";
+    HelperPerms::log(message);
+    if (tray_) tray_->showMessage(QStringLiteral("Velmora"), QString::fromStdString(message), QSystemTrayIcon::Warning);
+    return false;
+}
+
+}  // namespace velmora
