@@ -184,7 +184,7 @@ TEST_F(HelperPermsTest, TccResetReportsAToolThatCannotStart) {
     perms->resetTool = home.path() + "/missing-tccutil";
     perms->tccReset("ScreenCapture", "com.velmora.shadow");
     EXPECT_EQ(logMessages(),
-              std::vector<std::string>{"tccutil failed: Could not start the server: No such file or directory"});
+              std::vector<std::string>{"tccutil failed: No such file or directory"});
 }
 
 TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUser) {

@@ -9,6 +9,8 @@
 #include "usage/usage_ping.h"
 #include "usage/usage_service.h"
 
+#include <atomic>
+#include <future>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -231,6 +233,43 @@ TEST_F(UsageTicks, AGoneServiceOrPingDoesNothingLater) {
     queue.advance(120);
     EXPECT_EQ(refreshes, 0);
     EXPECT_EQ(queue.pendingTimers(), 0u);
+}
+
+// Run under AddressSanitizer (asan preset): the background work below finishes after the queue,
+// the service and the ping are gone, as when the application quits while lsof or a ping runs.
+TEST(UsageShutdown, AQuitWithWorkInFlightTouchesNothingGone) {
+    test::TempHome home;
+    test::HttpServer service;
+    platform::DefaultsStore store{home.configHome() + "/velmora/defaults.json"};
+    store.set(Key::usagePing, true);
+    auto queue = std::make_unique<ManualQueue>();
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> counting{false};
+
+    UsageService::Options options;
+    options.serverRunning = [] { return true; };
+    options.countClients = [released, &counting](std::int64_t) {
+        counting = true;
+        released.wait();  // lsof still running when the application quits
+        return 1;
+    };
+    auto ping = UsagePing::create(*queue, "machine-id", "3.1");
+    auto usage = UsageService::create(*queue, store, ping, options);
+    usage->usageTick();
+    ping->send(true, service.baseURL(), std::nullopt);
+    std::shared_ptr<MainQueueLink> link = queue->link();
+
+    // The quit: everything on the main thread goes.
+    usage.reset();
+    ping.reset();
+    queue.reset();
+    EXPECT_FALSE(link->isOpen());
+    EXPECT_FALSE(link->post([] { ADD_FAILURE() << "ran on a closed queue"; }));
+    release.set_value();
+    globalQueue().drain();
+    EXPECT_TRUE(counting);
+    EXPECT_TRUE(service.waitForRequests(1));
 }
 
 }  // namespace
