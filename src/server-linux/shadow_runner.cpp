@@ -82,8 +82,9 @@ int watchParent(pid_t parent, bool& gone) {
     // Through syscall(): this C library's <sys/pidfd.h> is not usable from C++.
     int fd = static_cast<int>(::syscall(SYS_pidfd_open, parent, 0));
     if (fd < 0 && errno != ESRCH) ::prctl(PR_SET_PDEATHSIG, SIGUSR1);
-    // Looked at after the watch is in place: a parent that ended before it is seen here.
-    if (parent <= 1 || ::getppid() != parent) {
+    // Looked at after the watch is in place: a parent that ended between start-up and now is seen
+    // here. (Velmora itself may be process 1, in a container, so that alone says nothing.)
+    if (::getppid() != parent) {
         gone = true;
         if (fd >= 0) ::close(fd);
         return -1;
