@@ -24,5 +24,7 @@ eval "$(printf 'velmora-test\n' | XDG_DATA_HOME="$keyring_home/data" \
   gnome-keyring-daemon --unlock --components=secrets --daemonize)"
 export GNOME_KEYRING_CONTROL GNOME_KEYRING_PID
 export VELMORA_REQUIRE_KEYRING=1
+# Marks the keyring as the tests' own: tests that write it run only when this names a folder.
+export VELMORA_TEST_KEYRING="$keyring_home"
 
 "$@"

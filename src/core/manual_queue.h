@@ -17,6 +17,7 @@ namespace velmora {
 class ManualQueue final : public MainQueue {
 public:
     explicit ManualQueue(double startSeconds = 1000.0) : now_(startSeconds) {}
+    ~ManualQueue() override { close(); }  // before the members posting needs
 
     void post(std::function<void()> work) override;
     TimerHandle postAfter(double seconds, std::function<void()> work) override;

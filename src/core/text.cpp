@@ -1,5 +1,8 @@
 #include "core/text.h"
 
+#include <charconv>
+#include <cmath>
+
 namespace velmora::text {
 
 std::vector<std::string> split(std::string_view text, char separator) {
@@ -134,6 +137,36 @@ std::string hex(const unsigned char* bytes, std::size_t count) {
         out += digits[bytes[i] & 0x0F];
     }
     return out;
+}
+
+std::string fixedDecimal(double value, int places) {
+    char buffer[400];
+    auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, places);
+    return error == std::errc() ? std::string(buffer, end) : "0";
+}
+
+std::string shortestDecimal(double value) {
+    char buffer[64];
+    auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    if (error != std::errc()) return "0.0";
+    std::string text(buffer, end);
+    if (text.find_first_of(".eni") == std::string::npos) text += ".0";
+    return text;
+}
+
+double leadingNumber(std::string_view text) {
+    std::size_t at = 0;
+    while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) ++at;
+    bool negative = false;
+    if (at < text.size() && (text[at] == '+' || text[at] == '-')) negative = text[at++] == '-';
+    // from_chars would take "inf" and "nan"; those read as no number.
+    if (at >= text.size() || !((text[at] >= '0' && text[at] <= '9') || text[at] == '.')) return 0.0;
+    double value = 0.0;
+    auto [end, error] = std::from_chars(text.data() + at, text.data() + text.size(), value);
+    if (end == text.data() + at) return 0.0;
+    if (error == std::errc::result_out_of_range) return 0.0;
+    if (std::isinf(value) || std::isnan(value)) return 0.0;
+    return negative ? -value : value;
 }
 
 }  // namespace velmora::text

@@ -28,6 +28,17 @@ std::string utf8(std::u32string_view scalars);
 // True when `bytes` is valid UTF-8.
 bool isValidUtf8(std::string_view bytes);
 
+// Numbers as the system writes and reads them, whatever the user's locale (Qt sets the C locale
+// from the environment, which would make printf write "0,75"):
+// `value` with exactly `places` decimals ("0.75").
+std::string fixedDecimal(double value, int places);
+// The shortest text that reads back as the same double, always with a fraction or exponent
+// ("1.0", "0.75").
+std::string shortestDecimal(double value);
+// The number at the start of `text` after white space and an optional sign (" 12abc" is 12,
+// "-0.5" is -0.5); 0 when there is none, or it is infinite or not a number.
+double leadingNumber(std::string_view text);
+
 // Lower-case hexadecimal, two digits a byte.
 std::string hex(const unsigned char* bytes, std::size_t count);
 

@@ -15,17 +15,6 @@ namespace velmora::Diagnostics {
 
 namespace {
 
-// The shortest text that reads back as the same double, always with a fraction or exponent
-// ("1.0", "0.75").
-std::string shortestDecimal(double value) {
-    char buffer[64];
-    auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    if (error != std::errc()) return std::to_string(value);
-    std::string text(buffer, end);
-    if (text.find_first_of(".eni") == std::string::npos) text += ".0";
-    return text;
-}
-
 // The regular expressions follow the system's (ICU) definitions: \s is [\t\n\f\r\p{Z}] and a word
 // character is a letter, mark, decimal digit or connector, not only ASCII.
 const RE2& signedToken() {
@@ -98,7 +87,7 @@ std::string build(const std::string& appVersion, const std::string& os, const st
     lines.push_back("Velmora " + appVersion);
     lines.push_back("macOS " + os + ", " + model);
     lines.push_back(std::string("Server: ") + (running ? "running" : "stopped") + ", port " +
-                    std::to_string(settings.port) + ", scale " + shortestDecimal(settings.scale) + ", max " +
+                    std::to_string(settings.port) + ", scale " + text::shortestDecimal(settings.scale) + ", max " +
                     std::to_string(settings.fps) + " fps (adaptive: " + (settings.adaptiveFps ? "on" : "off") + ")");
     lines.push_back("Max pixels " + std::to_string(settings.maxPixels) + ", encoder: " +
                     (settings.videoEncoder ? "hardware" : "software") + ", audio " + (settings.audio ? "on" : "off") +

@@ -12,8 +12,15 @@ void initialiseOnce() {
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 }
 
+struct Body {
+    std::string* text;
+    std::size_t limit;
+};
+
 std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* target) {
-    static_cast<std::string*>(target)->append(data, size * count);
+    auto* body = static_cast<Body*>(target);
+    if (size * count > body->limit - body->text->size()) return 0;  // too long: ends the transfer
+    body->text->append(data, size * count);
     return size * count;
 }
 
@@ -54,7 +61,11 @@ std::optional<Response> perform(const Request& request) {
     // Loopback never goes through a proxy.
     curl_easy_setopt(curl, CURLOPT_NOPROXY, "127.0.0.1,localhost,::1");
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, appendBody);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response.body);
+    Body body{&response.body, request.maxBodyBytes};
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
+    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "https");
+    curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 10L);
     if (headers) curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
     if (request.method == "POST") {
         curl_easy_setopt(curl, CURLOPT_POST, 1L);

@@ -13,6 +13,7 @@ struct Request {
     std::vector<std::string> headers;  // "Name: value"
     std::string body;
     double timeoutSeconds = 15.0;
+    std::size_t maxBodyBytes = 1 << 20;  // a longer answer is a failed request
 };
 
 struct Response {
@@ -23,7 +24,9 @@ struct Response {
 // True when `url` is an http or https URL libcurl can parse.
 bool validURL(const std::string& url);
 
-// The response, or absent on a transport error (no connection, time-out, bad URL).
+// The response, or absent on a transport error (no connection, time-out, bad URL, a body beyond
+// maxBodyBytes). Redirects are followed, as a URL session does, but only to https URLs (up to 10);
+// a redirect elsewhere is a failed request.
 std::optional<Response> perform(const Request& request);
 
 }  // namespace velmora::Http

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <ifaddrs.h>
+#include <map>
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -76,7 +77,8 @@ std::vector<Address> localAddresses() {
     return usable(found);
 }
 
-std::vector<Address> usable(const std::vector<Address>& addresses) {
+std::vector<Address> usable(const std::vector<Address>& addresses,
+                            const std::function<bool(const std::string&)>& physical) {
     std::vector<Address> kept;
     for (const auto& address : addresses) {
         if (startsWith(address.ip, "127.") || startsWith(address.ip, "169.254.")) continue;
@@ -85,10 +87,16 @@ std::vector<Address> usable(const std::vector<Address>& addresses) {
             continue;
         kept.push_back(address);
     }
-    std::stable_sort(kept.begin(), kept.end(), [](const Address& a, const Address& b) {
-        bool aWired = startsWith(a.interface, "en");
-        bool bWired = startsWith(b.interface, "en");
-        if (aWired != bWired) return aWired;
+    // Asked once per interface, not per comparison: on Linux each answer is a look into /sys.
+    std::map<std::string, bool> first;
+    for (const auto& address : kept)
+        if (!first.count(address.interface))
+            first[address.interface] = physical ? physical(address.interface)
+                                                : platform::isPhysicalInterface(address.interface);
+    std::stable_sort(kept.begin(), kept.end(), [&first](const Address& a, const Address& b) {
+        bool aFirst = first.at(a.interface);
+        bool bFirst = first.at(b.interface);
+        if (aFirst != bFirst) return aFirst;
         return a.interface < b.interface;
     });
     return kept;
@@ -111,9 +119,9 @@ bool isLinkLocal(std::string_view ip) { return startsWith(ip, "169.254."); }
 
 bool canConnect(const std::string& host, std::int32_t port, double timeoutSeconds) {
     if (port < 0 || port > 65535) return false;
-    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM, 0)};
+    // Close-on-exec from the start: never handed to a child another thread spawns meanwhile.
+    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     if (socket.fd < 0) return false;
-    ::fcntl(socket.fd, F_SETFD, FD_CLOEXEC);  // never handed to a child spawned meanwhile
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));

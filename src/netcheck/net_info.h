@@ -5,6 +5,7 @@
 // seconds), keeps no state and turns every failure into a neutral answer.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,9 +23,11 @@ struct Address {
 // The usable IPv4 addresses of up, non-loopback interfaces, sorted by usable().
 std::vector<Address> localAddresses();
 
-// Drops loopback, link-local and malformed addresses, then sorts stably: interfaces named "en..."
-// first, each group by interface name; addresses of one interface keep their order.
-std::vector<Address> usable(const std::vector<Address>& addresses);
+// Drops loopback, link-local and malformed addresses, then sorts stably: physical interfaces first
+// (`physical`, by default platform::isPhysicalInterface), each group by interface name; addresses
+// of one interface keep their order.
+std::vector<Address> usable(const std::vector<Address>& addresses,
+                            const std::function<bool(const std::string&)>& physical = {});
 
 // RFC 1918: 10/8, 172.16/12, 192.168/16.
 bool isPrivate(std::string_view ip);

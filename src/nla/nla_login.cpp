@@ -6,6 +6,7 @@
 #include "platform/system_log.h"
 
 #include <cctype>
+#include <unicode/ubrk.h>
 #include <vector>
 
 namespace velmora::NLALogin {
@@ -18,26 +19,26 @@ bool isSpaceLike(char32_t c) {
            c == 0x205F || c == 0x3000;
 }
 
-// Grapheme clusters, approximated: a base scalar with the combining marks, joiners and variation
-// selectors that follow it counts once.
-bool extendsCluster(char32_t c) {
-    return (c >= 0x0300 && c <= 0x036F) || (c >= 0x1AB0 && c <= 0x1AFF) || (c >= 0x1DC0 && c <= 0x1DFF) ||
-           (c >= 0x20D0 && c <= 0x20FF) || (c >= 0xFE20 && c <= 0xFE2F) || (c >= 0xFE00 && c <= 0xFE0F) ||
-           c == 0x200D || (c >= 0x1F3FB && c <= 0x1F3FF) || (c >= 0xE0100 && c <= 0xE01EF);
-}
-
+// User-perceived characters (extended grapheme clusters) by ICU's character break iterator: a
+// Devanagari syllable, a Thai or Hangul cluster, a flag and a joined emoji each count once.
 std::size_t characterCount(const std::u32string& scalars) {
-    std::size_t count = 0;
-    bool joined = false;
-    for (std::size_t i = 0; i < scalars.size(); ++i) {
-        char32_t c = scalars[i];
-        if (i > 0 && (extendsCluster(c) || joined)) {
-            joined = c == 0x200D;
-            continue;
+    std::u16string units;
+    for (char32_t c : scalars) {
+        if (c >= 0x10000) {
+            units.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+            units.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+        } else {
+            units.push_back(static_cast<char16_t>(c));
         }
-        joined = false;
-        ++count;
     }
+    UErrorCode status = U_ZERO_ERROR;
+    UBreakIterator* breaks = ubrk_open(UBRK_CHARACTER, "", reinterpret_cast<const UChar*>(units.data()),
+                                       static_cast<std::int32_t>(units.size()), &status);
+    if (U_FAILURE(status)) return scalars.size();  // no break data: one scalar, one character
+    std::size_t count = 0;
+    ubrk_first(breaks);
+    while (ubrk_next(breaks) != UBRK_DONE) ++count;
+    ubrk_close(breaks);
     return count;
 }
 

@@ -10,6 +10,7 @@
 #include "settings/keys.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace velmora {
@@ -20,8 +21,8 @@ namespace {
 void resetEntry(const std::optional<std::string>& tool, const std::string& service, const std::string& bundleID) {
     if (!tool) return;
     int ends[2];
-    if (::pipe(ends) != 0) {
-        HelperPerms::log("tccutil failed: " + Spawn::Failure(errno).description());
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        HelperPerms::log("tccutil failed: " + Spawn::Failure(errno).reason());
         return;
     }
     std::shared_ptr<SpawnedProcess> process;
@@ -31,7 +32,7 @@ void resetEntry(const std::optional<std::string>& tool, const std::string& servi
     } catch (const Spawn::Failure& failure) {
         ::close(ends[0]);
         ::close(ends[1]);
-        HelperPerms::log("tccutil failed: " + failure.description());
+        HelperPerms::log("tccutil failed: " + failure.reason());
         return;
     }
     ::close(ends[1]);
@@ -111,7 +112,7 @@ void HelperPerms::probe(const std::string& mode, Completion completion) {
     std::weak_ptr<HelperPerms> weak = weak_from_this();
     // The completion moves on to the main queue: whatever it holds is never released on the queue's
     // own thread (releasing this service there would make its queue join itself).
-    queue_->async([weak, mode, binary = *helperBinary_, mainQueue = mainQueue_,
+    queue_->async([weak, mode, binary = *helperBinary_, mainQueue = mainQueue_->link(),
                    completion = std::move(completion)]() mutable {
         LaunchPlan plan = permProbeLaunch(mode, processEnvironment());
         // The system may put up its own prompts while a request probe waits.
@@ -137,7 +138,7 @@ void HelperPerms::probe(const std::string& mode, Completion completion) {
 
 void HelperPerms::repair(const PermRepairPlan& plan, Completion completion) {
     std::weak_ptr<HelperPerms> weak = weak_from_this();
-    queue_->async([weak, plan, tool = resetTool, app = helperApp_, mainQueue = mainQueue_,
+    queue_->async([weak, plan, tool = resetTool, app = helperApp_, mainQueue = mainQueue_->link(),
                    completion = std::move(completion)]() mutable {
         if (!weak.expired()) registerApp(app);
         for (const auto& service : plan.resetServices) resetEntry(tool, service, PermConst::helperBundleID);

@@ -15,10 +15,8 @@ namespace velmora::platform {
 
 std::optional<std::string> commandOutput(const std::string& program, const std::vector<std::string>& arguments) {
     int ends[2];
-    if (::pipe(ends) != 0) return std::nullopt;
-    // Neither end may leak into children that other threads start meanwhile.
-    ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+    // Close-on-exec from the start: neither end may leak into children other threads start meanwhile.
+    if (::pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
 
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;

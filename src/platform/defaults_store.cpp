@@ -1,5 +1,6 @@
 #include "platform/defaults_store.h"
 
+#include "core/text.h"
 #include "platform/paths.h"
 
 #include <cctype>
@@ -55,22 +56,13 @@ std::int64_t clampToInteger(double value) {
     return static_cast<std::int64_t>(value);  // truncates toward zero
 }
 
-// Numeric text reads by its leading number, as the Cocoa defaults do: " 12abc" is 12, "abc" is 0.
-double leadingNumber(const std::string& text) {
-    const char* start = text.c_str();
-    char* end = nullptr;
-    double value = std::strtod(start, &end);
-    if (end == start || std::isinf(value) || std::isnan(value)) return 0.0;
-    return value;
-}
-
 }  // namespace
 
 std::int64_t integerReading(const DefaultsValue& value) {
     if (const auto* b = std::get_if<bool>(&value)) return *b ? 1 : 0;
     if (const auto* i = std::get_if<std::int64_t>(&value)) return *i;
     if (const auto* d = std::get_if<double>(&value)) return clampToInteger(*d);
-    return clampToInteger(leadingNumber(std::get<std::string>(value)));
+    return clampToInteger(text::leadingNumber(std::get<std::string>(value)));
 }
 
 bool booleanReading(const DefaultsValue& value) {
@@ -84,14 +76,14 @@ bool booleanReading(const DefaultsValue& value) {
     if (i == text.size()) return false;
     char first = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
     if (first == 'y' || first == 't') return true;
-    return leadingNumber(text.substr(i)) != 0.0;
+    return text::leadingNumber(text.substr(i)) != 0.0;
 }
 
 double realReading(const DefaultsValue& value) {
     if (const auto* b = std::get_if<bool>(&value)) return *b ? 1.0 : 0.0;
     if (const auto* i = std::get_if<std::int64_t>(&value)) return static_cast<double>(*i);
     if (const auto* d = std::get_if<double>(&value)) return *d;
-    return leadingNumber(std::get<std::string>(value));
+    return text::leadingNumber(std::get<std::string>(value));
 }
 
 }  // namespace velmora::platform

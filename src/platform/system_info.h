@@ -16,6 +16,12 @@ std::string modelName();
 // The machine's stable identifier (Linux: /etc/machine-id; macOS: IOPlatformUUID), or "unknown".
 std::string platformUUID();
 
+// Whether addresses of the network interface `name` are shown first: the ones a client on the
+// network reaches (macOS: en0, en1 ...; Linux: interfaces backed by a device, those with
+// <classNet>/<name>/device: Ethernet, Wi-Fi), not bridges, Docker's or VPN tunnels. `classNet`
+// is Linux's /sys/class/net, another folder in tests.
+bool isPhysicalInterface(const std::string& name, const std::string& classNet = "/sys/class/net");
+
 // The program that lists open network connections (lsof).
 std::string connectionListerPath();
 

@@ -24,7 +24,7 @@ struct SpawnAccess {
     static std::shared_ptr<SpawnedProcess> make(pid_t pid, bool disclaimed) {
         return std::shared_ptr<SpawnedProcess>(new SpawnedProcess(pid, disclaimed));
     }
-    static void watch(std::shared_ptr<SpawnedProcess> process, std::shared_ptr<MainQueue> mainQueue) {
+    static void watch(std::shared_ptr<SpawnedProcess> process, std::shared_ptr<MainQueueLink> mainQueue) {
         SpawnedProcess::watch(std::move(process), std::move(mainQueue));
     }
 };
@@ -90,6 +90,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 
 Failure::Failure(int code) : std::runtime_error("Could not start the server: " + failureText(code)), code_(code) {}
 
+std::string Failure::reason() const { return failureText(code_); }
+
 std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector<std::string>& arguments,
                                       const Environment& environment, std::optional<int> stdoutFd,
                                       std::optional<int> stderrFd, bool disclaim,
@@ -124,7 +126,8 @@ std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector
 
     auto process = SpawnAccess::make(pid, disclaimed);
     try {
-        std::thread(SpawnAccess::watch, process, std::move(mainQueue)).detach();
+        // The watcher holds the queue's link, not the queue: it may outlive the application's quit.
+        std::thread(SpawnAccess::watch, process, mainQueue ? mainQueue->link() : nullptr).detach();
     } catch (const std::system_error&) {
         // Without a watcher nobody would reap the child: end it now and report the start as failed.
         ::kill(pid, SIGKILL);
@@ -138,10 +141,9 @@ std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector
 std::optional<std::string> output(const std::string& path, const std::vector<std::string>& arguments,
                                   const Environment& environment, double timeout) {
     int ends[2];
-    if (::pipe(ends) != 0) return std::nullopt;
-    // Other threads may spawn meanwhile; their children must not keep our write end open.
-    ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+    // Close-on-exec from the start: other threads may spawn meanwhile, and their children must not
+    // keep our write end open.
+    if (::pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
     const int readEnd = ends[0];
     struct Closer {
         int fd;

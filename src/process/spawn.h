@@ -16,12 +16,13 @@
 namespace velmora::Spawn {
 
 // The one error of this module: posix_spawn refused. description() reads
-// "Could not start the server: " followed by the system's text for the error number.
+// "Could not start the server: " followed by reason(), the system's text for the error number.
 class Failure : public std::runtime_error {
 public:
     explicit Failure(int code);
     int code() const { return code_; }
     std::string description() const { return what(); }
+    std::string reason() const;
 
 private:
     int code_;

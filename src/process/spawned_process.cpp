@@ -53,7 +53,7 @@ void SpawnedProcess::terminate(double grace) {
     waitExited(5.0);
 }
 
-void SpawnedProcess::watch(std::shared_ptr<SpawnedProcess> self, std::shared_ptr<MainQueue> mainQueue) {
+void SpawnedProcess::watch(std::shared_ptr<SpawnedProcess> self, std::shared_ptr<MainQueueLink> mainQueue) {
     platform::setCurrentThreadName("wait " + std::to_string(self->pid_));
     int status = 0;
     while (::waitpid(self->pid_, &status, 0) < 0) {

@@ -47,7 +47,7 @@ private:
     SpawnedProcess(pid_t pid, bool disclaimed) : pid_(pid), disclaimed_(disclaimed) {}
 
     // The watcher's side: reap, record, open the latch, post the end.
-    static void watch(std::shared_ptr<SpawnedProcess> self, std::shared_ptr<MainQueue> mainQueue);
+    static void watch(std::shared_ptr<SpawnedProcess> self, std::shared_ptr<MainQueueLink> mainQueue);
     // Waits for the latch until `seconds` pass.
     bool waitExited(double seconds);
 

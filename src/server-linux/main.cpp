@@ -49,11 +49,11 @@ int main(int argc, char** argv) {
         else if (!nlaCanMatch(login->user))
             std::fputs("velmora-server: FreeRDP 2 cannot match a Windows login name with letters beyond "
                        "ASCII over NLA; clients will be refused\n", stderr);
-        if (login && !sam.emplace(*login, samParentFolder(environment)).valid())
-            std::fputs("velmora-server: could not write the login file; NLA stays off\n", stderr);
+        if (login && !sam.emplace(*login).valid())
+            std::fputs("velmora-server: could not hold the login in memory; NLA stays off\n", stderr);
     }
     std::optional<std::string> samPath;
-    if (sam && sam->valid()) samPath = sam->path();
+    if (sam && sam->valid()) samPath = samServerPath;
     ShadowArguments translated = shadowArguments(arguments, samPath);
     if (!translated.dropped.empty())
         std::fprintf(stderr, "velmora-server: left out, not known to freerdp-shadow-cli: %s\n",
@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
     request.environment = shadowEnvironment(environment);
     request.watchParent = watchesParent(environment);
     request.parent = parent;
+    if (samPath) request.passOn = sam->descriptor();
     std::fflush(stderr);
     int code = runShadowServer(request);
     sam.reset();

@@ -1,19 +1,13 @@
 #include "server-linux/sam_file.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace velmora::ServerHelper {
 
 namespace {
-
-bool isFolder(const std::string& path) {
-    struct stat info{};
-    return !path.empty() && path[0] == '/' && ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
 
 bool writeAll(int fd, const std::string& text) {
     std::size_t done = 0;
@@ -28,37 +22,20 @@ bool writeAll(int fd, const std::string& text) {
 
 }  // namespace
 
-std::string samParentFolder(const Environment& environment) {
-    for (const char* name : {"XDG_RUNTIME_DIR", "TMPDIR"}) {
-        auto found = environment.find(name);
-        if (found != environment.end() && isFolder(found->second)) return found->second;
-    }
-    return "/tmp";
-}
-
-SamFile::SamFile(const SamLogin& login, const std::string& parent) {
-    std::string pattern = parent + "/velmora-server-XXXXXX";
-    if (!::mkdtemp(pattern.data())) return;  // mkdtemp makes the folder 0700
-    folder_ = pattern;
-    std::string file = folder_ + "/login.sam";
-    int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (fd < 0) {
-        remove();
+SamFile::SamFile(const SamLogin& login) {
+    int fd = ::memfd_create("velmora-login", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (fd < 0) return;
+    // Sealed, so that the server (or anything it runs) can read the login but never change it.
+    if (!writeAll(fd, samFileText(login)) ||
+        ::fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL) != 0) {
+        ::close(fd);
         return;
     }
-    path_ = file;  // set first, so that remove() also takes a half-written file away
-    bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, samFileText(login));
-    written = (::close(fd) == 0) && written;
-    if (!written) remove();
+    fd_ = fd;
 }
 
-SamFile::~SamFile() { remove(); }
-
-void SamFile::remove() {
-    if (!path_.empty()) ::unlink(path_.c_str());
-    if (!folder_.empty()) ::rmdir(folder_.c_str());
-    path_.clear();
-    folder_.clear();
+SamFile::~SamFile() {
+    if (fd_ >= 0) ::close(fd_);
 }
 
 }  // namespace velmora::ServerHelper

@@ -1,35 +1,34 @@
 #pragma once
-// The login handed to the shadow server as an NTLM SAM file (samFileText), mode 0600, in a
-// private 0700 folder of its own; both are removed when the SamFile ends.
+// The login handed to the shadow server as an NTLM SAM file (samFileText) that lives only in
+// memory: an anonymous, sealed memfd the server inherits as descriptor samServerDescriptor and
+// opens by its /dev/fd path. Nothing reaches the file system, so nothing outlives the processes
+// holding it, however they end.
 
 #include "server-linux/server_translation.h"
 
-#include <optional>
 #include <string>
 
 namespace velmora::ServerHelper {
 
+// Where the server finds the login: the descriptor it inherits it as, and the path WinPR opens
+// (afresh for every login, which reads the memfd from its start each time).
+inline constexpr int samServerDescriptor = 3;
+inline constexpr const char* samServerPath = "/dev/fd/3";
+
 class SamFile {
 public:
-    // Writes the file under `parent` (a folder that must exist); check valid() afterwards.
-    SamFile(const SamLogin& login, const std::string& parent);
+    // Fills and seals the in-memory file; check valid() afterwards.
+    explicit SamFile(const SamLogin& login);
     ~SamFile();
     SamFile(const SamFile&) = delete;
     SamFile& operator=(const SamFile&) = delete;
 
-    bool valid() const { return !path_.empty(); }
-    const std::string& path() const { return path_; }
-    const std::string& folder() const { return folder_; }
-    // Removes the file and its folder now (also done by the destructor).
-    void remove();
+    bool valid() const { return fd_ >= 0; }
+    // Close-on-exec in this process; the runner hands it on as samServerDescriptor.
+    int descriptor() const { return fd_; }
 
 private:
-    std::string folder_;
-    std::string path_;
+    int fd_ = -1;
 };
-
-// Where the private folder goes: $XDG_RUNTIME_DIR (a per-user tmpfs) when it names a folder, else
-// $TMPDIR, else /tmp.
-std::string samParentFolder(const Environment& environment);
 
 }  // namespace velmora::ServerHelper

@@ -7,7 +7,11 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,23 +19,22 @@ namespace velmora::ServerHelper {
 
 namespace {
 
-// How often the parent is looked at, and how long a server told to end by a vanished parent gets
-// before it is killed.
-constexpr long pollMilliseconds = 200;
+// How long a server told to end by a vanished parent gets before it is killed.
 constexpr int parentGoneGraceSeconds = 5;
 
+// SIGUSR1 only arrives as the parent-death signal, on kernels without pidfd_open.
 sigset_t helperSignals() {
     sigset_t set;
     sigemptyset(&set);
-    for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
+    for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD, SIGUSR1}) sigaddset(&set, signal);
     return set;
 }
 
-void closeInheritedDescriptors() {
-    if (::close_range(3U, ~0U, 0) == 0) return;
+void closeDescriptorsFrom(int first) {
+    if (::close_range(static_cast<unsigned>(first), ~0U, 0) == 0) return;
     long last = ::sysconf(_SC_OPEN_MAX);
     if (last < 0 || last > 65536) last = 65536;
-    for (int fd = 3; fd < last; ++fd) ::close(fd);
+    for (int fd = first; fd < last; ++fd) ::close(fd);
 }
 
 // Runs in the forked child: only async-signal-safe calls up to execve.
@@ -46,7 +49,15 @@ void closeInheritedDescriptors() {
     sigset_t none;
     sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    closeInheritedDescriptors();
+    int keep = 3;
+    if (request.passOn == 3) {
+        ::fcntl(3, F_SETFD, 0);
+        keep = 4;
+    } else if (request.passOn >= 0) {
+        if (::dup2(request.passOn, 3) != 3) ::_exit(127);  // dup2 leaves the copy inheritable
+        keep = 4;
+    }
+    closeDescriptorsFrom(keep);
     ::execve(request.executable.c_str(), argv, envp);
     const char* reason = std::strerror(errno);
     const char* lead = "velmora-server: could not start ";
@@ -63,6 +74,22 @@ double monotonicSeconds() {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// A descriptor that becomes readable when the parent ends; -1 when the parent is already gone
+// (or this kernel has no pidfd, in which case the parent-death signal stands in).
+int watchParent(pid_t parent, bool& gone) {
+    // Through syscall(): this C library's <sys/pidfd.h> is not usable from C++.
+    int fd = static_cast<int>(::syscall(SYS_pidfd_open, parent, 0));
+    if (fd < 0 && errno != ESRCH) ::prctl(PR_SET_PDEATHSIG, SIGUSR1);
+    // Looked at after the watch is in place: a parent that ended between start-up and now is seen
+    // here. (Velmora itself may be process 1, in a container, so that alone says nothing.)
+    if (::getppid() != parent) {
+        gone = true;
+        if (fd >= 0) ::close(fd);
+        return -1;
+    }
+    return fd;
 }
 
 }  // namespace
@@ -85,6 +112,16 @@ int runShadowServer(const RunRequest& request) {
     for (auto& e : envStrings) envp.push_back(e.data());
     envp.push_back(nullptr);
 
+    // Made before the fork: the server's end, however early, is then a readable signalfd.
+    sigset_t signals = helperSignals();
+    int signalFd = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (signalFd < 0) {
+        std::fprintf(stderr, "velmora-server: cannot wait for signals: %s\n", std::strerror(errno));
+        return 127;
+    }
+    bool parentGone = false;
+    int parentFd = request.watchParent ? watchParent(request.parent, parentGone) : -1;
+
     std::fflush(nullptr);
     pid_t helper = ::getpid();
     pid_t child = ::fork();
@@ -95,24 +132,47 @@ int runShadowServer(const RunRequest& request) {
     }
     if (child == 0) becomeServer(request, argv.data(), envp.data(), helper);
 
-    sigset_t signals = helperSignals();
-    const timespec poll{0, pollMilliseconds * 1000000L};
     double killAt = 0;  // when a server told to end by a vanished parent is killed; 0: not yet
+    bool killed = false;
     for (;;) {
         int status = 0;
         pid_t ended = ::waitpid(child, &status, WNOHANG);
-        if (ended == child) return exitCodeOf(status);
+        if (ended == child) {
+            if (parentFd >= 0) ::close(parentFd);
+            ::close(signalFd);
+            return exitCodeOf(status);
+        }
         if (ended < 0 && errno != EINTR) return 1;
 
-        if (request.watchParent && killAt == 0 && ::getppid() != request.parent) {
+        if (request.watchParent && parentGone && killAt == 0) {
             std::fprintf(stderr, "velmora-server: Velmora is gone; ending the server\n");
             ::kill(child, SIGTERM);
             killAt = monotonicSeconds() + parentGoneGraceSeconds;
         }
-        if (killAt != 0 && monotonicSeconds() >= killAt) ::kill(child, SIGKILL);
+        int timeout = -1;  // nothing to time: sleep until something happens
+        if (killAt != 0 && !killed) {
+            double left = killAt - monotonicSeconds();
+            if (left <= 0) {
+                ::kill(child, SIGKILL);
+                killed = true;
+            } else {
+                timeout = static_cast<int>(left * 1000) + 1;
+            }
+        }
 
-        int signal = ::sigtimedwait(&signals, nullptr, &poll);
-        if (signal == SIGTERM || signal == SIGINT || signal == SIGHUP) ::kill(child, signal);
+        pollfd waits[2] = {{signalFd, POLLIN, 0}, {parentFd, POLLIN, 0}};
+        if (::poll(waits, 2, timeout) < 0 && errno != EINTR) return 1;
+        if (parentFd >= 0 && waits[1].revents != 0) {
+            parentGone = true;
+            ::close(parentFd);
+            parentFd = -1;
+        }
+        signalfd_siginfo info{};
+        while (::read(signalFd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+            int signal = static_cast<int>(info.ssi_signo);
+            if (signal == SIGTERM || signal == SIGINT || signal == SIGHUP) ::kill(child, signal);
+            if (signal == SIGUSR1 && request.watchParent) parentGone = true;
+        }
     }
 }
 

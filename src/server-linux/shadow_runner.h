@@ -21,11 +21,13 @@ struct RunRequest {
     Environment environment;              // the child's complete environment
     bool watchParent = false;
     pid_t parent = 0;                     // the parent to watch, read at start-up
+    int passOn = -1;                      // a descriptor the server gets as descriptor 3, or -1
 };
 
 // Starts the server and waits for its end; returns its exit code (128 + signal when it died of
-// one), or 127 when it could not be started. Standard input, output and error are inherited; no
-// other descriptor is.
+// one), or 127 when it could not be started. Standard input, output and error are inherited, and
+// `passOn` as descriptor 3; no other descriptor is. While nothing happens the helper sleeps: it
+// waits for the server, its parent and signals in one poll without a time-out.
 int runShadowServer(const RunRequest& request);
 
 }  // namespace velmora::ServerHelper

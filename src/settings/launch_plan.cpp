@@ -1,5 +1,6 @@
 #include "settings/launch_plan.h"
 
+#include "core/text.h"
 #include "platform/paths.h"
 
 #include <cstdio>
@@ -33,9 +34,7 @@ LaunchPlan buildLaunchPlan(const Environment& baseEnvironment, const ServerSetti
     Environment& env = plan.environment;
     env = baseEnvironment;
     env.try_emplace("WLOG_LEVEL", "INFO");  // an inherited level is kept
-    char scale[64];
-    std::snprintf(scale, sizeof scale, "%.2f", s.scale);
-    env["MAC_SHADOW_SCALE"] = scale;
+    env["MAC_SHADOW_SCALE"] = text::fixedDecimal(s.scale, 2);
     env["MAC_SHADOW_FPS"] = std::to_string(s.fps);
     env["MAC_SHADOW_ADAPTIVE_FPS"] = flag(s.adaptiveFps);
     env["MAC_SHADOW_CURSOR"] = flag(s.cursor);

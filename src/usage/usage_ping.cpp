@@ -66,8 +66,8 @@ void UsagePing::send(bool active, const std::string& serverBase, const std::opti
     request.body = json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     ++inFlight_;
     std::weak_ptr<UsagePing> weak = weak_from_this();
-    MainQueue* mainQueue = &mainQueue_;
-    globalQueue().async([request = std::move(request), weak, mainQueue, sentMinutes, stats] {
+    // The link, not the queue: a quit while the request is in flight must find nothing gone.
+    globalQueue().async([request = std::move(request), weak, mainQueue = mainQueue_.link(), sentMinutes, stats] {
         auto response = Http::perform(request);
         bool accepted = response && response->status <= 299;
         mainQueue->post([weak, accepted, sentMinutes, stats] {

@@ -24,7 +24,7 @@ public:
     static constexpr std::int64_t sendEveryMinutes = 5;
 
     // Owned through a shared_ptr: a request's completion holds the instance weakly. `mainQueue`
-    // must outlive every request this instance starts.
+    // must outlive this instance; requests still in flight when it closes post nothing.
     static std::shared_ptr<UsagePing> create(MainQueue& mainQueue, std::string machine, std::string appVersion);
 
     // Counts one minute; true when a report is due.

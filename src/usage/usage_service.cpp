@@ -50,8 +50,8 @@ void UsageService::usageTick() {
     const bool running = options_.serverRunning && options_.serverRunning();
     std::weak_ptr<UsageService> weak = weak_from_this();
     ClientCounter count = options_.countClients;
-    MainQueue* mainQueue = &mainQueue_;
-    globalQueue().async([weak, count, mainQueue, port, running] {
+    // The link, not the queue: a quit while the count runs must find nothing gone.
+    globalQueue().async([weak, count, mainQueue = mainQueue_.link(), port, running] {
         int clients = running ? count(port) : 0;
         mainQueue->post([weak, clients] {
             if (auto self = weak.lock()) self->counted(clients);

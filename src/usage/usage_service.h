@@ -30,7 +30,8 @@ public:
         std::function<std::string()> serverBase;  // empty: serviceBaseURL()
     };
 
-    // The store and the queue must outlive the service and every tick it starts.
+    // The store and the queue must outlive the service; a tick still counting when the queue closes
+    // posts nothing.
     static std::shared_ptr<UsageService> create(MainQueue& mainQueue, platform::DefaultsStore& store,
                                                 std::shared_ptr<UsagePing> ping, Options options);
 

@@ -1,10 +1,14 @@
 #include "netcheck/connection_test.h"
+#include "netcheck/http.h"
 #include "netcheck/net_info.h"
 #include "netcheck/service_url.h"
 #include "support/http_server.h"
 #include "support/loopback.h"
 #include "support/scoped_env.h"
+#include "support/temp_home.h"
+#include "platform/system_info.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace velmora {
@@ -12,26 +16,30 @@ namespace {
 
 using NetInfo::Address;
 
-TEST(NetInfo, UsableDropsLoopbackLinkLocalAndMalformedThenPutsEnFirst) {
+TEST(NetInfo, UsableDropsLoopbackLinkLocalAndMalformedThenPutsPhysicalInterfacesFirst) {
+    // A /sys/class/net of a Linux laptop running Docker and libvirt: only eth0 and wlp2s0 have a device.
+    test::TempHome home;
+    const std::string classNet = home.path() + "/class-net";
+    for (const char* name : {"eth0", "wlp2s0", "docker0", "br-1a2b", "virbr0", "tun0"})
+        std::filesystem::create_directories(classNet + "/" + name);
+    for (const char* name : {"eth0", "wlp2s0"}) std::filesystem::create_directories(classNet + "/" + name + "/device");
+    auto physical = [&](const std::string& name) { return platform::isPhysicalInterface(name, classNet); };
+
     std::vector<Address> listed{
-        {"utun3", "10.8.0.2"},    {"en1", "192.168.1.30"}, {"lo", "127.0.0.1"},      {"bridge0", "172.16.0.1"},
-        {"en0", "192.168.1.20"},  {"en5", "169.254.3.4"},  {"en0", "10.0.0.7"},       {"eth0", "1.2.3"},
-        {"eth1", "1..2.3"},       {"wlan0", "203.0.113.9"}, {"enp3s0", "192.168.5.5"},
+        {"docker0", "172.17.0.1"}, {"wlp2s0", "192.168.1.30"}, {"lo", "127.0.0.1"},  {"br-1a2b", "172.18.0.1"},
+        {"eth0", "192.168.1.20"},  {"tun0", "10.8.0.2"},      {"eth0", "169.254.3.4"}, {"eth0", "10.0.0.7"},
+        {"virbr0", "1.2.3"},       {"virbr0", "192.168.122.1"}, {"../..", "10.1.1.1"},
     };
     std::vector<Address> expected{
-        {"en0", "192.168.1.20"},  {"en0", "10.0.0.7"},      {"en1", "192.168.1.30"}, {"enp3s0", "192.168.5.5"},
-        {"bridge0", "172.16.0.1"}, {"utun3", "10.8.0.2"},   {"wlan0", "203.0.113.9"},
+        {"eth0", "192.168.1.20"},  {"eth0", "10.0.0.7"},  {"wlp2s0", "192.168.1.30"}, {"../..", "10.1.1.1"},
+        {"br-1a2b", "172.18.0.1"}, {"docker0", "172.17.0.1"}, {"tun0", "10.8.0.2"},   {"virbr0", "192.168.122.1"},
     };
-    EXPECT_EQ(NetInfo::usable(listed), expected);
-    EXPECT_TRUE(NetInfo::usable({{"lo0", "127.0.0.1"}, {"en0", "169.254.10.1"}}).empty());
-}
-
-TEST(NetInfo, LocalAddressesAreUsableIPv4WithoutLoopback) {
-    auto addresses = NetInfo::localAddresses();
-    EXPECT_EQ(NetInfo::usable(addresses), addresses);  // already filtered and sorted
-    for (const auto& address : addresses) {
+    EXPECT_EQ(NetInfo::usable(listed, physical), expected);
+    EXPECT_TRUE(NetInfo::usable({{"lo", "127.0.0.1"}, {"eth0", "169.254.10.1"}}, physical).empty());
+    // Never IPv6 or loopback from the system itself.
+    for (const auto& address : NetInfo::localAddresses()) {
         EXPECT_NE(address.ip.rfind("127.", 0), 0u) << address.ip;
-        EXPECT_EQ(address.ip.find(':'), std::string::npos) << address.ip;  // never IPv6
+        EXPECT_EQ(address.ip.find(':'), std::string::npos) << address.ip;
     }
 }
 
@@ -130,6 +138,24 @@ TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatus) {
     EXPECT_FALSE(NetInfo::publicIP().has_value());
     test::ScopedEnv invalid("VELMORA_SERVICE_URL", "not a url");
     EXPECT_FALSE(NetInfo::publicIP().has_value());
+}
+
+TEST(Http, RedirectsOnlyToHttpsAndBodiesAreCapped) {
+    test::HttpServer service;
+    Http::Request request;
+    request.url = service.baseURL() + "/v1/ip";
+    // A redirect to plain HTTP is not followed: the request fails rather than leave TLS.
+    service.answer(302, "", service.baseURL() + "/elsewhere");
+    EXPECT_FALSE(Http::perform(request));
+    ASSERT_EQ(service.requests().size(), 1u);
+
+    service.answer(200, std::string(64, 'x'));
+    request.maxBodyBytes = 64;
+    auto fits = Http::perform(request);
+    ASSERT_TRUE(fits);
+    EXPECT_EQ(fits->body.size(), 64u);
+    request.maxBodyBytes = 63;
+    EXPECT_FALSE(Http::perform(request));
 }
 
 TEST(ConnectionTest, StoppedServerMakesNoCheckAtAll) {

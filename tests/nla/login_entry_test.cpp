@@ -34,11 +34,16 @@ TEST(LoginEntry, CountsCharactersNotBytesUpTo127) {
     std::string umlauts;
     for (int i = 0; i < 127; ++i) umlauts += "\xC3\xBC";  // 254 bytes, 127 characters
     EXPECT_TRUE(entry(umlauts, hash));
-    // "e" plus a combining acute accent is one character.
-    std::string accented;
-    for (int i = 0; i < 127; ++i) accented += "e\xCC\x81";
-    EXPECT_TRUE(entry(accented, hash));
-    EXPECT_FALSE(entry(accented + "e", hash));
+    // One user-perceived character each: "e" with a combining accent, Devanagari "ki", Thai "kam",
+    // Hangul jamo "ga", the German flag, a family emoji joined by ZWJ.
+    for (const char* cluster : {"e\xCC\x81", "\xE0\xA4\x95\xE0\xA4\xBF", "\xE0\xB8\x81\xE0\xB8\xB3",
+                                "\xE1\x84\x80\xE1\x85\xA1", "\xF0\x9F\x87\xA9\xF0\x9F\x87\xAA",
+                                "\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7"}) {
+        std::string name;
+        for (int i = 0; i < 127; ++i) name += cluster;
+        EXPECT_TRUE(entry(name, hash)) << cluster;
+        EXPECT_FALSE(entry(name + "e", hash)) << cluster;
+    }
 }
 
 TEST(LoginEntry, NeedsExactlyThirtyTwoHexDigitsAndStoresThemLowerCase) {

@@ -39,9 +39,14 @@ class LoginStore : public ::testing::Test {
 protected:
     void SetUp() override {
         VELMORA_REQUIRE_KEYRING();
+        ours_ = true;
         NLALogin::clear();
     }
-    void TearDown() override { NLALogin::clear(); }
+    // TearDown runs after a skip too: only the test keyring is ever cleared.
+    void TearDown() override {
+        if (ours_) NLALogin::clear();
+    }
+    bool ours_ = false;
 };
 
 }  // namespace

@@ -141,7 +141,15 @@ TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
     installServer("echo 'screen=1 input=1'");
     std::string resets = home.path() + "/resets";
     auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
-    EXPECT_FALSE(perms->resetTool);  // Linux keeps no privacy lists
+    // Linux keeps no privacy lists: the repair still runs the request probe.
+    EXPECT_FALSE(perms->resetTool);
+    bool requested = false;
+    perms->repair(permRepairPlan({false, false}, false), [&](std::optional<PermStatus>) { requested = true; });
+    ASSERT_TRUE(queue->runUntil([&] { return requested; }, 30));
+    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
+    ::unlink(calls.c_str());
+    ::unlink(AppLog::path().c_str());
+
     perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
                                                         "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
                                                         "exit 0\n");
@@ -169,28 +177,15 @@ TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
 }
 
-TEST_F(HelperPermsTest, RepairWithoutAResetToolStillRequests) {
-    installServer("echo 'screen=0 input=1'");
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
-    bool done = false;
-    perms->repair(permRepairPlan({false, false}, false), [&](std::optional<PermStatus>) { done = true; });
-    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
-    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
-    EXPECT_EQ(logMessages(), std::vector<std::string>{"permission request: screen=0 input=1"});
-}
-
-TEST_F(HelperPermsTest, TccResetReportsAToolThatCannotStart) {
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
-    perms->resetTool = home.path() + "/missing-tccutil";
-    perms->tccReset("ScreenCapture", "com.velmora.shadow");
-    EXPECT_EQ(logMessages(),
-              std::vector<std::string>{"tccutil failed: Could not start the server: No such file or directory"});
-}
-
-TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUser) {
+TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUserAndAToolThatCannotStartIsLogged) {
     std::string resets = home.path() + "/resets";
     platform::DefaultsStore store;
     auto perms = HelperPerms::create(queue, store, prefix);
+    perms->resetTool = home.path() + "/missing-tccutil";
+    perms->tccReset("ScreenCapture", "com.velmora.shadow");
+    EXPECT_EQ(logMessages(), std::vector<std::string>{"tccutil failed: No such file or directory"});
+    ::unlink(AppLog::path().c_str());
+
     perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
     perms->cleanUpLegacyEntriesOnce();
     EXPECT_TRUE(store.boolean(Key::legacyAppPermsReset));

@@ -67,6 +67,10 @@ TEST(DefaultsStore, ReadingsConvertBetweenTypesLikeTheCocoaDefaults) {
     store.set("n", std::string("abc"));
     EXPECT_EQ(store.integer("n"), 0);
     EXPECT_FALSE(store.boolean("n"));
+    store.set("n", std::string(" 1.5e1x"));
+    EXPECT_EQ(store.integer("n"), 15);
+    store.set("n", std::string("-inf"));
+    EXPECT_EQ(store.real("n"), 0.0);
     store.set("n", std::string("YES"));
     EXPECT_TRUE(store.boolean("n"));
     store.set("n", true);
@@ -87,17 +91,21 @@ TEST(DefaultsStore, RegisteredDefaultsAreConsultedAfterTheFileAndNeverWritten) {
     EXPECT_EQ(nlohmann::json::parse(test::readFile(store.location())).size(), 1u);
 }
 
-TEST(DefaultsStore, ACorruptFileReadsAsEmptyIsKeptAsideAndSurvivesLaterWrites) {
+TEST(DefaultsStore, ACorruptFileReadsAsEmptyUntouchedAndIsKeptAsideByTheNextWrite) {
     test::TempHome home;
     DefaultsStore store;
     const std::string corrupt = "{\"port\": 3390, \"audio\": tru";
     test::writeFile(store.location(), corrupt);
+    // Reads leave a half-saved file where it is: the editor's next save completes it.
     EXPECT_FALSE(store.object("port"));
+    EXPECT_FALSE(store.boolean("audio"));
+    EXPECT_EQ(test::readFile(store.location()), corrupt);
+    EXPECT_TRUE(keptAside(home.configHome() + "/velmora").empty());
+
+    ASSERT_TRUE(store.set("fps", std::int64_t{60}));
     auto aside = keptAside(home.configHome() + "/velmora");
     ASSERT_EQ(aside.size(), 1u);
     EXPECT_EQ(test::readFile(aside[0]), corrupt);
-
-    ASSERT_TRUE(store.set("fps", std::int64_t{60}));
     EXPECT_EQ(store.integer("fps"), 60);
     EXPECT_EQ(test::readFile(aside[0]), corrupt) << "a later write must not lose the kept copy";
 

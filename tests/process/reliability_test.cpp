@@ -94,15 +94,3 @@ TEST(Reliability, OutputReturnsAllOfSixtyFourMebibytes) {
     for (std::size_t i = 0; i < size; ++i) wrong += (*text)[i] != line[i % line.size()];
     EXPECT_EQ(wrong, 0u);
 }
-
-TEST(Reliability, OutputThatOutlivesItsTimeOutLeavesNoProcess) {
-    TempHome home;
-    const std::string pidFile = home.path() + "/pid";
-    // It ignores SIGTERM too, so the end needs the SIGKILL after the one-second grace.
-    auto text = Spawn::output("/bin/sh", {"-c", "trap '' TERM; echo $$ > " + pidFile + "; exec sleep 100"},
-                              {{"PATH", "/usr/bin:/bin"}}, 0.2);
-    EXPECT_FALSE(text);
-    pid_t pid = std::stoi(readFile(pidFile));
-    EXPECT_FALSE(processExists(pid));
-    EXPECT_TRUE(ownChildren().empty());
-}

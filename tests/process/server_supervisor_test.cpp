@@ -99,12 +99,6 @@ protected:
 
 }  // namespace
 
-TEST(ServerRestartDelay, DoublesFromTwoAndStopsAtSixty) {
-    std::vector<double> delays;
-    for (int n = -1; n <= 8; ++n) delays.push_back(serverRestartDelay(n));
-    EXPECT_EQ(delays, (std::vector<double>{2, 2, 2, 4, 8, 16, 32, 60, 60, 60}));
-}
-
 TEST_F(SupervisorTest, StartChecksPermissionsThenLaunchesWithOutputInTheLog) {
     supervisor->startServer();
     supervisor->startServer();  // ignored: a check is under way

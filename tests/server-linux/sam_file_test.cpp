@@ -1,39 +1,34 @@
 #include "server-linux/sam_file.h"
-#include "support/temp_home.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <string>
+#include <unistd.h>
 
 using namespace velmora;
 using namespace velmora::ServerHelper;
-using velmora::test::TempHome;
 
-TEST(SamFile, PrivateFileInPrivateFolderGoneAfterwards) {
-    TempHome home;
-    std::string folder;
-    {
-        SamFile sam(SamLogin{"anna", "b39a61f16a4e11fa80580241f1d4aae8"}, home.path());
-        ASSERT_TRUE(sam.valid());
-        folder = sam.folder();
-        EXPECT_EQ(folder.rfind(home.path() + "/", 0), 0u);
-        struct stat info{};
-        ASSERT_EQ(::stat(folder.c_str(), &info), 0);
-        EXPECT_EQ(info.st_mode & 07777, 0700u);
-        ASSERT_EQ(::stat(sam.path().c_str(), &info), 0);
-        EXPECT_EQ(info.st_mode & 07777, 0600u);
-        EXPECT_EQ(test::readFile(sam.path()), samFileText(SamLogin{"anna", "b39a61f16a4e11fa80580241f1d4aae8"}));
+TEST(SamFile, InMemoryReadableFromTheStartSealedAndNotInherited) {
+    const SamLogin login{"anna", "b39a61f16a4e11fa80580241f1d4aae8"};
+    SamFile sam(login);
+    ASSERT_TRUE(sam.valid());
+    EXPECT_EQ(::fcntl(sam.descriptor(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+
+    // Every open by path starts at the beginning, as WinPR's per-login read needs.
+    const std::string path = "/proc/self/fd/" + std::to_string(sam.descriptor());
+    for (int round = 0; round < 2; ++round) {
+        int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        ASSERT_GE(fd, 0);
+        std::string text(4096, '\0');
+        ssize_t n = ::read(fd, text.data(), text.size());
+        ::close(fd);
+        ASSERT_GT(n, 0);
+        text.resize(static_cast<std::size_t>(n));
+        EXPECT_EQ(text, samFileText(login));
     }
-    EXPECT_FALSE(test::fileExists(folder));
-
-    // A parent that can't take the folder gives no file and leaves nothing behind.
-    SamFile nowhere(SamLogin{"anna", "b39a61f16a4e11fa80580241f1d4aae8"}, home.path() + "/missing");
-    EXPECT_FALSE(nowhere.valid());
-}
-
-TEST(SamFile, ParentFolderPrefersTheRuntimeFolder) {
-    TempHome home;
-    EXPECT_EQ(samParentFolder({{"XDG_RUNTIME_DIR", home.path()}, {"TMPDIR", "/var/tmp"}}), home.path());
-    EXPECT_EQ(samParentFolder({{"XDG_RUNTIME_DIR", home.path() + "/gone"}, {"TMPDIR", home.path()}}), home.path());
-    EXPECT_EQ(samParentFolder({{"XDG_RUNTIME_DIR", "relative"}}), "/tmp");
-    EXPECT_EQ(samParentFolder({}), "/tmp");
+    char link[256] = {};
+    ASSERT_GT(::readlink(path.c_str(), link, sizeof link - 1), 0);
+    EXPECT_EQ(std::string(link).rfind("/memfd:", 0), 0u) << link;
+    // Nobody may rewrite the login the server reads.
+    EXPECT_LT(::write(sam.descriptor(), "x", 1), 0);
 }

@@ -211,16 +211,6 @@ std::vector<pid_t> childrenOf(pid_t pid) {
     return children;
 }
 
-std::vector<pid_t> processesRunning(const std::string& path) {
-    std::vector<pid_t> found;
-    for (pid_t candidate : allPids()) {
-        std::error_code error;
-        auto target = std::filesystem::read_symlink("/proc/" + std::to_string(candidate) + "/exe", error);
-        if (!error && target == path && processAlive(candidate)) found.push_back(candidate);
-    }
-    return found;
-}
-
 std::string commandLineOf(pid_t pid) {
     std::ifstream in("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

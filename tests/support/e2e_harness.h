@@ -64,8 +64,6 @@ bool processAlive(pid_t pid);
 pid_t parentOf(pid_t pid);
 // The processes whose parent is `pid` (from /proc).
 std::vector<pid_t> childrenOf(pid_t pid);
-// The processes whose executable is `path`, whatever their parent.
-std::vector<pid_t> processesRunning(const std::string& path);
 // The NUL-separated command line of `pid`, as one string with spaces.
 std::string commandLineOf(pid_t pid);
 

@@ -33,10 +33,11 @@ HttpServer::~HttpServer() {
 
 std::string HttpServer::baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
-void HttpServer::answer(int status, std::string body) {
+void HttpServer::answer(int status, std::string body, std::string location) {
     std::lock_guard lock(mutex_);
     status_ = status;
     body_ = std::move(body);
+    location_ = std::move(location);
 }
 
 std::vector<HttpRequest> HttpServer::requests() const {
@@ -101,16 +102,18 @@ void HttpServer::handle(int connection) {
     request.body = data.substr(headerEnd + 4, contentLength);
     // Recorded before answering: a client that has its answer can count on the request being seen.
     int status;
-    std::string body;
+    std::string body, location;
     {
         std::lock_guard lock(mutex_);
         status = status_;
         body = body_;
+        location = location_;
         requests_.push_back(std::move(request));
     }
     arrived_.notify_all();
     std::string response = "HTTP/1.1 " + std::to_string(status) + " Test\r\nContent-Length: " +
-                           std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+                           std::to_string(body.size()) + "\r\n" +
+                           (location.empty() ? "" : "Location: " + location + "\r\n") + "Connection: close\r\n\r\n" + body;
     std::size_t sent = 0;
     while (sent < response.size()) {
         ssize_t n = ::send(connection, response.data() + sent, response.size() - sent, MSG_NOSIGNAL);

@@ -31,7 +31,8 @@ public:
     // "http://127.0.0.1:<port>"
     std::string baseURL() const;
 
-    void answer(int status, std::string body = {});
+    // `location`, when given, is sent as the Location header (a redirect).
+    void answer(int status, std::string body = {}, std::string location = {});
 
     std::vector<HttpRequest> requests() const;
     // Waits in real time until at least `count` requests arrived; false after `seconds`.
@@ -49,6 +50,7 @@ private:
     std::vector<HttpRequest> requests_;
     int status_ = 200;
     std::string body_;
+    std::string location_;
     std::thread thread_;
 };
 

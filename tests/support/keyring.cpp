@@ -3,12 +3,17 @@
 #include "platform/credential_store.h"
 
 #include <cstdlib>
+#include <sys/stat.h>
 
 namespace velmora::test {
 
 bool keyringAvailable(std::string& why) {
-    if (!std::getenv("DBUS_SESSION_BUS_ADDRESS")) {
-        why = "no D-Bus session: run the tests through scripts/test.sh, which starts a private keyring";
+    // Only the private keyring of scripts/with-test-keyring.sh: tests write and delete the Windows
+    // login, which in a desktop session would be the developer's own.
+    const char* session = std::getenv("VELMORA_TEST_KEYRING");
+    struct stat info{};
+    if (!session || ::stat(session, &info) != 0 || !S_ISDIR(info.st_mode) || !std::getenv("DBUS_SESSION_BUS_ADDRESS")) {
+        why = "no private test keyring: run the tests through scripts/with-test-keyring.sh";
         return false;
     }
     // A harmless round trip on an item of our own proves the keyring is there and unlocked.

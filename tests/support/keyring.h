@@ -6,7 +6,8 @@
 
 namespace velmora::test {
 
-// True when a keyring is reachable. When it is not, the test is skipped with a note, unless the
+// True when the private test keyring (VELMORA_TEST_KEYRING names its folder) is reachable; never
+// the keyring of a desktop session. When it is not, the test is skipped with a note, unless the
 // test command promised one (VELMORA_REQUIRE_KEYRING=1), in which case the test fails.
 bool keyringAvailable(std::string& why);
 

@@ -51,8 +51,9 @@ bool readWhole(const std::string& path, std::string& out, bool& exists) {
     return true;
 }
 
-// Moves an unparsable file aside as "<file>.corrupt-<date>-<time>[-n]" so that no later write loses it.
-void keepAside(const std::string& path) {
+// Keeps an unparsable file as "<file>.corrupt-<date>-<time>[-n]" (a second name for it, so the file
+// itself stays until the write replaces it); false when that failed and the write must not happen.
+bool keepAside(const std::string& path) {
     std::time_t now = std::time(nullptr);
     std::tm local{};
     localtime_r(&now, &local);
@@ -61,13 +62,16 @@ void keepAside(const std::string& path) {
     std::string base = path + ".corrupt-" + stamp;
     std::string target = base;
     for (int n = 2; ::access(target.c_str(), F_OK) == 0 && n < 1000; ++n) target = base + "-" + std::to_string(n);
-    if (::rename(path.c_str(), target.c_str()) == 0)
-        systemLog("Velmora: the settings file " + path + " could not be read; it was kept as " + target);
+    if (::link(path.c_str(), target.c_str()) != 0) return false;
+    systemLog("Velmora: the settings file " + path + " could not be read; it was kept as " + target);
+    return true;
 }
 
-// The file's object; an empty object for a missing, empty or unparsable file (the last kept aside
-// when `repair` is set). `ok` is false only when the file exists but could not be read at all.
-json loadObject(const std::string& path, bool repair, bool* ok = nullptr) {
+// The file's object; an empty object for a missing, empty or unparsable file. A read never moves or
+// changes the file (an editor may be half-way through saving it); only a write about to replace an
+// unparsable file (`keepUnparsable`, under the lock) keeps it aside first. `ok` is false when the
+// file exists but could not be read, or could not be kept aside.
+json loadObject(const std::string& path, bool keepUnparsable, bool* ok = nullptr) {
     std::string text;
     bool exists = false;
     bool readable = readWhole(path, text, exists);
@@ -75,7 +79,7 @@ json loadObject(const std::string& path, bool repair, bool* ok = nullptr) {
     if (!readable || text.find_first_not_of(" \t\r\n") == std::string::npos) return json::object();
     json parsed = json::parse(text, nullptr, false);
     if (parsed.is_discarded() || !parsed.is_object()) {
-        if (repair) keepAside(path);
+        if (keepUnparsable && !keepAside(path) && ok) *ok = false;
         return json::object();
     }
     return parsed;
@@ -145,7 +149,7 @@ bool change(const std::string& path, const std::string& key, const std::optional
     FileLock lock(path);
     bool readable = true;
     json object = loadObject(path, true, &readable);
-    if (!readable) return false;  // never replace a file we could not read
+    if (!readable) return false;  // never replace a file we could not read or keep
     if (value) {
         object[key] = toJson(*value);
     } else {
@@ -158,7 +162,7 @@ bool change(const std::string& path, const std::string& key, const std::optional
 }  // namespace
 
 std::optional<DefaultsValue> DefaultsStore::storedObject(const std::string& key) const {
-    json object = loadObject(location_, true);
+    json object = loadObject(location_, false);
     auto it = object.find(key);
     if (it == object.end()) return std::nullopt;
     return fromJson(*it);

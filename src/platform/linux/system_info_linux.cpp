@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 #include <sys/utsname.h>
 
 namespace velmora::platform {
@@ -52,7 +53,12 @@ std::string platformUUID() {
     return id.empty() ? "unknown" : id;
 }
 
-std::string connectionListerPath() { return "/usr/bin/lsof"; }
+bool isPhysicalInterface(const std::string& name, const std::string& classNet) {
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) return false;
+    struct stat info{};
+    return ::stat((classNet + "/" + name + "/device").c_str(), &info) == 0;
+}
 
+std::string connectionListerPath() { return "/usr/bin/lsof"; }
 
 }  // namespace velmora::platform

@@ -57,6 +57,8 @@ std::string platformUUID() {
     return uuid.empty() ? "unknown" : uuid;
 }
 
+bool isPhysicalInterface(const std::string& name, const std::string&) { return name.rfind("en", 0) == 0; }
+
 std::string connectionListerPath() { return "/usr/sbin/lsof"; }
 
 bool opensAtLogin() {
