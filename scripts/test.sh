@@ -6,6 +6,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# macOS code stays in src/platform/macos and if(APPLE), Linux code in its folders: checked first,
+# since it needs no build.
+echo "== platform isolation"
+scripts/check-platform-isolation.sh
+
 scripts/setup.sh default
 scripts/setup.sh asan
 
