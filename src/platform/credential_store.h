@@ -8,7 +8,7 @@
 namespace velmora::platform {
 
 inline constexpr int secretSuccess = 0;
-inline constexpr int secretItemNotFound = -25300;  // the Keychain's errSecItemNotFound
+inline constexpr int secretItemNotFound = -25300;  // the Keychain's "item not found"
 inline constexpr int secretUnavailable = -25308;   // no keyring reachable, locked, or timed out
 
 struct SecretReading {

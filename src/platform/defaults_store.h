@@ -1,7 +1,7 @@
 #pragma once
 // The user's defaults store: typed values under string keys, re-read on every access, with an
 // in-memory layer of registered defaults that is consulted after the stored values and never
-// written. Linux keeps one JSON object in a file; macOS uses CFPreferences.
+// written. Linux keeps one JSON object in a file; macOS uses the user defaults of a domain.
 
 #include <cstdint>
 #include <map>
@@ -46,6 +46,9 @@ private:
     std::string location_;
     std::map<std::string, DefaultsValue> registered_;
 };
+
+// Removes everything stored at `location` (tests throw their private stores away with it).
+void discardStoredDefaults(const std::string& location);
 
 // The conversions used by the typed readings, shared by both platforms.
 std::int64_t integerReading(const DefaultsValue& value);

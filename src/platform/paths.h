@@ -17,7 +17,8 @@ std::string logDirectory();
 // The folder of the server statistics file.
 std::string statsDirectory();
 
-// The file or domain that backs the standard defaults store.
+// The file or domain that backs the standard defaults store (macOS: the domain named by
+// VELMORA_DEFAULTS_DOMAIN when set, so that tests use a throwaway one).
 std::string defaultsLocation();
 
 // The folder where the shadow server keeps shadow.crt and shadow.key.

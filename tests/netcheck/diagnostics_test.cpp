@@ -1,5 +1,6 @@
 #include "core/text.h"
 #include "netcheck/diagnostics.h"
+#include "platform/login_item.h"
 #include "platform/system_info.h"
 #include "support/temp_home.h"
 

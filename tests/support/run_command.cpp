@@ -81,6 +81,12 @@ CommandResult runCommand(const std::vector<std::string>& argv,
     return result;
 }
 
-std::string builtExecutable(const std::string& relative) { return std::string(VELMORA_BINARY_DIR) + "/" + relative; }
+std::string builtExecutable(const std::string& relative) {
+#ifdef VELMORA_APP_EXECUTABLE
+    // Wherever the build put it (bin/velmora here, inside Velmora.app on macOS).
+    if (relative == "bin/velmora") return VELMORA_APP_EXECUTABLE;
+#endif
+    return std::string(VELMORA_BINARY_DIR) + "/" + relative;
+}
 
 }  // namespace velmora::test

@@ -1,5 +1,8 @@
 #include "support/temp_home.h"
 
+#include "platform/defaults_store.h"
+#include "platform/paths.h"
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -9,7 +12,10 @@
 namespace velmora::test {
 
 namespace {
-const char* const variables[] = {"HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "XDG_DATA_HOME", "XDG_RUNTIME_DIR"};
+// VELMORA_DEFAULTS_DOMAIN is read on macOS only, where the defaults live in a preferences domain
+// that HOME does not move: each temporary home gets a throwaway domain of its own there.
+const char* const variables[] = {"HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "XDG_DATA_HOME",
+                                 "XDG_RUNTIME_DIR", "VELMORA_DEFAULTS_DOMAIN"};
 }
 
 TempHome::TempHome() {
@@ -25,9 +31,14 @@ TempHome::TempHome() {
     ::setenv("XDG_STATE_HOME", stateHome().c_str(), 1);
     ::setenv("XDG_DATA_HOME", dataHome().c_str(), 1);
     ::setenv("XDG_RUNTIME_DIR", runtimeDir().c_str(), 1);
+    std::string domain = "com.velmora.tests." + std::filesystem::path(root_).filename().string();
+    ::setenv("VELMORA_DEFAULTS_DOMAIN", domain.c_str(), 1);
+    // Noted now: what the environment names at the end may no longer be ours to throw away.
+    defaults_ = platform::defaultsLocation();
 }
 
 TempHome::~TempHome() {
+    platform::discardStoredDefaults(defaults_);
     for (const auto& [name, value] : saved_) {
         if (value) ::setenv(name.c_str(), value->c_str(), 1);
         else ::unsetenv(name.c_str());

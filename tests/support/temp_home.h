@@ -1,6 +1,7 @@
 #pragma once
 // A private home for one test: HOME and the XDG folders point into a fresh temporary directory
-// that is removed afterwards, so tests never touch the real user's files.
+// that is removed afterwards (and the defaults store into a throwaway place that is emptied), so
+// tests never touch the real user's files or settings.
 
 #include <map>
 #include <optional>
@@ -23,6 +24,7 @@ public:
 
 private:
     std::string root_;
+    std::string defaults_;
     std::map<std::string, std::optional<std::string>> saved_;
 };
 

@@ -176,4 +176,9 @@ bool DefaultsStore::remove(const std::string& key) {
     return change(location_, key, std::nullopt);
 }
 
+void discardStoredDefaults(const std::string& location) {
+    std::remove(location.c_str());
+    std::remove((location + ".lock").c_str());
+}
+
 }  // namespace velmora::platform

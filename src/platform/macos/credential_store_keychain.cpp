@@ -18,17 +18,22 @@ CFDataRef makeData(const std::string& bytes) {
     return CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size()));
 }
 
-// The base query: generic password, service, account.
+// The base query: generic password, service, account. NULL when the service or the account is not
+// valid UTF-8 (no such item can exist then); callers answer errSecParam.
 CFMutableDictionaryRef baseQuery(const std::string& service, const std::string& account) {
-    CFMutableDictionaryRef query = CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                             &kCFTypeDictionaryValueCallBacks);
     CFStringRef serviceString = makeString(service);
     CFStringRef accountString = makeString(account);
-    CFDictionarySetValue(query, kSecClass, kSecClassGenericPassword);
-    CFDictionarySetValue(query, kSecAttrService, serviceString);
-    CFDictionarySetValue(query, kSecAttrAccount, accountString);
-    CFRelease(serviceString);
-    CFRelease(accountString);
+    CFMutableDictionaryRef query = nullptr;
+    if (serviceString && accountString) {
+        query = CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    }
+    if (query) {
+        CFDictionarySetValue(query, kSecClass, kSecClassGenericPassword);
+        CFDictionarySetValue(query, kSecAttrService, serviceString);
+        CFDictionarySetValue(query, kSecAttrAccount, accountString);
+    }
+    if (serviceString) CFRelease(serviceString);
+    if (accountString) CFRelease(accountString);
     return query;
 }
 
@@ -36,6 +41,7 @@ CFMutableDictionaryRef baseQuery(const std::string& service, const std::string& 
 
 SecretReading readSecret(const std::string& service, const std::string& account) {
     CFMutableDictionaryRef query = baseQuery(service, account);
+    if (!query) return SecretReading{static_cast<int>(errSecParam), {}};
     CFDictionarySetValue(query, kSecReturnData, kCFBooleanTrue);
     CFDictionarySetValue(query, kSecMatchLimit, kSecMatchLimitOne);
     CFTypeRef result = nullptr;
@@ -56,30 +62,37 @@ SecretReading readSecret(const std::string& service, const std::string& account)
 
 int updateSecret(const std::string& service, const std::string& account, const std::string& bytes) {
     CFMutableDictionaryRef query = baseQuery(service, account);
+    CFDataRef data = makeData(bytes);
     CFMutableDictionaryRef change = CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
                                                               &kCFTypeDictionaryValueCallBacks);
-    CFDataRef data = makeData(bytes);
-    CFDictionarySetValue(change, kSecValueData, data);
-    OSStatus status = SecItemUpdate(query, change);
-    CFRelease(data);
-    CFRelease(change);
-    CFRelease(query);
+    OSStatus status = errSecParam;
+    if (query && data && change) {
+        CFDictionarySetValue(change, kSecValueData, data);
+        status = SecItemUpdate(query, change);
+    }
+    if (change) CFRelease(change);
+    if (data) CFRelease(data);
+    if (query) CFRelease(query);
     return static_cast<int>(status);
 }
 
 int addSecret(const std::string& service, const std::string& account, const std::string& bytes) {
     CFMutableDictionaryRef query = baseQuery(service, account);
     CFDataRef data = makeData(bytes);
-    CFDictionarySetValue(query, kSecValueData, data);
-    CFDictionarySetValue(query, kSecAttrAccessible, kSecAttrAccessibleAfterFirstUnlock);
-    OSStatus status = SecItemAdd(query, nullptr);
-    CFRelease(data);
-    CFRelease(query);
+    OSStatus status = errSecParam;
+    if (query && data) {
+        CFDictionarySetValue(query, kSecValueData, data);
+        CFDictionarySetValue(query, kSecAttrAccessible, kSecAttrAccessibleAfterFirstUnlock);
+        status = SecItemAdd(query, nullptr);
+    }
+    if (data) CFRelease(data);
+    if (query) CFRelease(query);
     return static_cast<int>(status);
 }
 
 int deleteSecret(const std::string& service, const std::string& account) {
     CFMutableDictionaryRef query = baseQuery(service, account);
+    if (!query) return secretSuccess;  // no item can carry a name that is not UTF-8
     OSStatus status = SecItemDelete(query);
     CFRelease(query);
     return status == errSecItemNotFound ? secretSuccess : static_cast<int>(status);

@@ -9,6 +9,7 @@ namespace velmora::platform {
 
 namespace {
 
+// NULL when `text` is not valid UTF-8: every caller must check.
 CFStringRef makeString(const std::string& text) {
     return CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()),
                                    static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false);
@@ -23,11 +24,46 @@ std::string toString(CFStringRef text) {
     return out;
 }
 
+// An owned reference (the caller releases it), or NULL when the value cannot be made.
 CFPropertyListRef makeValue(const DefaultsValue& value) {
-    if (const auto* b = std::get_if<bool>(&value)) return *b ? kCFBooleanTrue : kCFBooleanFalse;
+    // The boolean constants are not created here, so they are retained to keep one release rule.
+    if (const auto* b = std::get_if<bool>(&value)) return CFRetain(*b ? kCFBooleanTrue : kCFBooleanFalse);
     if (const auto* i = std::get_if<std::int64_t>(&value)) return CFNumberCreate(nullptr, kCFNumberSInt64Type, i);
     if (const auto* d = std::get_if<double>(&value)) return CFNumberCreate(nullptr, kCFNumberDoubleType, d);
     return makeString(std::get<std::string>(value));
+}
+
+void release(CFTypeRef object) {
+    if (object) CFRelease(object);
+}
+
+std::optional<DefaultsValue> fromNumber(CFNumberRef number) {
+    if (!CFNumberIsFloatType(number)) {
+        std::int64_t i = 0;
+        // False when the stored integer does not fit in 64 bits (a property list may hold 128).
+        if (CFNumberGetValue(number, kCFNumberSInt64Type, &i)) return DefaultsValue(i);
+    }
+    double d = 0;
+    CFNumberGetValue(number, kCFNumberDoubleType, &d);
+    return DefaultsValue(d);
+}
+
+// Writes `value` under `key`, or removes the key when `value` is absent; false when the names or
+// the value cannot be expressed (text that is not UTF-8) or the domain could not be written.
+bool change(const std::string& location, const std::string& key, const DefaultsValue* value) {
+    CFStringRef domain = makeString(location);
+    CFStringRef name = makeString(key);
+    CFPropertyListRef cfValue = value ? makeValue(*value) : nullptr;
+    bool ok = false;
+    // A value that could not be made must not reach CFPreferences: NULL there removes the key.
+    if (domain && name && (cfValue || !value)) {
+        CFPreferencesSetAppValue(name, cfValue, domain);
+        ok = CFPreferencesAppSynchronize(domain);
+    }
+    release(cfValue);
+    release(name);
+    release(domain);
+    return ok;
 }
 
 }  // namespace
@@ -35,24 +71,15 @@ CFPropertyListRef makeValue(const DefaultsValue& value) {
 std::optional<DefaultsValue> DefaultsStore::storedObject(const std::string& key) const {
     CFStringRef domain = makeString(location_);
     CFStringRef name = makeString(key);
-    CFPropertyListRef value = CFPreferencesCopyAppValue(name, domain);
-    CFRelease(name);
-    CFRelease(domain);
+    CFPropertyListRef value = domain && name ? CFPreferencesCopyAppValue(name, domain) : nullptr;
+    release(name);
+    release(domain);
     if (!value) return std::nullopt;
     std::optional<DefaultsValue> result;
     if (CFGetTypeID(value) == CFBooleanGetTypeID()) {
         result = DefaultsValue(CFBooleanGetValue(static_cast<CFBooleanRef>(value)) != 0);
     } else if (CFGetTypeID(value) == CFNumberGetTypeID()) {
-        auto number = static_cast<CFNumberRef>(value);
-        if (CFNumberIsFloatType(number)) {
-            double d = 0;
-            CFNumberGetValue(number, kCFNumberDoubleType, &d);
-            result = DefaultsValue(d);
-        } else {
-            std::int64_t i = 0;
-            CFNumberGetValue(number, kCFNumberSInt64Type, &i);
-            result = DefaultsValue(i);
-        }
+        result = fromNumber(static_cast<CFNumberRef>(value));
     } else if (CFGetTypeID(value) == CFStringGetTypeID()) {
         result = DefaultsValue(toString(static_cast<CFStringRef>(value)));
     }
@@ -61,25 +88,21 @@ std::optional<DefaultsValue> DefaultsStore::storedObject(const std::string& key)
 }
 
 bool DefaultsStore::set(const std::string& key, const DefaultsValue& value) {
-    CFStringRef domain = makeString(location_);
-    CFStringRef name = makeString(key);
-    CFPropertyListRef cfValue = makeValue(value);
-    CFPreferencesSetAppValue(name, cfValue, domain);
-    bool ok = CFPreferencesAppSynchronize(domain);
-    CFRelease(cfValue);
-    CFRelease(name);
-    CFRelease(domain);
-    return ok;
+    return change(location_, key, &value);
 }
 
-bool DefaultsStore::remove(const std::string& key) {
-    CFStringRef domain = makeString(location_);
-    CFStringRef name = makeString(key);
-    CFPreferencesSetAppValue(name, nullptr, domain);
-    bool ok = CFPreferencesAppSynchronize(domain);
-    CFRelease(name);
+bool DefaultsStore::remove(const std::string& key) { return change(location_, key, nullptr); }
+
+void discardStoredDefaults(const std::string& location) {
+    CFStringRef domain = makeString(location);
+    if (!domain) return;
+    CFArrayRef keys = CFPreferencesCopyKeyList(domain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+    if (keys) {
+        CFPreferencesSetMultiple(nullptr, keys, domain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+        CFPreferencesSynchronize(domain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+        CFRelease(keys);
+    }
     CFRelease(domain);
-    return ok;
 }
 
 }  // namespace velmora::platform

@@ -8,6 +8,7 @@
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace velmora::platform {
 
@@ -29,8 +30,17 @@ std::string underHome(const char* relative) {
 std::string homeDirectory() {
     const char* home = std::getenv("HOME");
     if (home && home[0]) return home;
-    struct passwd* entry = getpwuid(getuid());
-    return entry && entry->pw_dir ? entry->pw_dir : std::string();
+    // The re-entrant form: paths are asked for on worker threads too.
+    long suggested = ::sysconf(_SC_GETPW_R_SIZE_MAX);
+    std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 4096);
+    struct passwd record{};
+    struct passwd* entry = nullptr;
+    int error = 0;
+    while ((error = ::getpwuid_r(::getuid(), &record, buffer.data(), buffer.size(), &entry)) == ERANGE &&
+           buffer.size() < (1u << 20)) {
+        buffer.resize(buffer.size() * 2);
+    }
+    return error == 0 && entry && entry->pw_dir ? std::string(entry->pw_dir) : std::string();
 }
 
 std::string logDirectory() { return underHome("/Library/Logs"); }
@@ -39,7 +49,12 @@ std::string logFilePath() { return underHome("/Library/Logs/Velmora.log"); }
 
 std::string statsDirectory() { return underHome("/Library/Application Support/Velmora"); }
 
-std::string defaultsLocation() { return "com.velmora.app"; }
+std::string defaultsLocation() {
+    // Tests name a throwaway domain here: CFPreferences ignores HOME, so a temporary home alone
+    // would still reach the user's real settings.
+    const char* domain = std::getenv("VELMORA_DEFAULTS_DOMAIN");
+    return domain && domain[0] ? std::string(domain) : std::string("com.velmora.app");
+}
 
 std::string serverCertDirectory() { return underHome("/.config/freerdp/shadow"); }
 

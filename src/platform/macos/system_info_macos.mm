@@ -1,11 +1,12 @@
-#include "platform/login_item.h"
+// Facts about this Mac. Objective-C++: the process information's version string is an
+// autoreleased object and the reports ask for it on worker threads, which have no pool of their own.
+
 #include "platform/system_info.h"
+
+#import <Foundation/Foundation.h>
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOKitLib.h>
-#include <objc/message.h>
-#include <objc/runtime.h>
-#include <ServiceManagement/ServiceManagement.h>
 #include <sys/sysctl.h>
 #include <cstring>
 #include <vector>
@@ -23,19 +24,14 @@ std::string fromCFString(CFStringRef value) {
     return buffer.data();
 }
 
-// Sends a no-argument message that answers an object, through the Objective-C runtime.
-id send(id receiver, const char* selector) {
-    using Message = id (*)(id, SEL);
-    return reinterpret_cast<Message>(objc_msgSend)(receiver, sel_registerName(selector));
-}
-
 }  // namespace
 
 std::string osVersionString() {
-    // [[NSProcessInfo processInfo] operatingSystemVersionString]
-    id info = send(reinterpret_cast<id>(objc_getClass("NSProcessInfo")), "processInfo");
-    id version = info ? send(info, "operatingSystemVersionString") : nullptr;
-    return fromCFString(reinterpret_cast<CFStringRef>(version));
+    @autoreleasepool {
+        NSString* version = [[NSProcessInfo processInfo] operatingSystemVersionString];
+        const char* text = version ? [version UTF8String] : nullptr;
+        return text ? std::string(text) : std::string();
+    }
 }
 
 std::string modelName() {
@@ -47,7 +43,9 @@ std::string modelName() {
 }
 
 std::string platformUUID() {
-    io_service_t expert = IOServiceGetMatchingService(kIOMainPortDefault, IOServiceMatching("IOPlatformExpertDevice"));
+    // MACH_PORT_NULL asks for the default main port on every system version, old and new alike
+    // (kIOMainPortDefault only exists from macOS 12, kIOMasterPortDefault is deprecated there).
+    io_service_t expert = IOServiceGetMatchingService(MACH_PORT_NULL, IOServiceMatching("IOPlatformExpertDevice"));
     if (!expert) return "unknown";
     CFTypeRef value = IORegistryEntryCreateCFProperty(expert, CFSTR("IOPlatformUUID"), kCFAllocatorDefault, 0);
     IOObjectRelease(expert);
@@ -60,16 +58,5 @@ std::string platformUUID() {
 bool isPhysicalInterface(const std::string& name, const std::string&) { return name.rfind("en", 0) == 0; }
 
 std::string connectionListerPath() { return "/usr/sbin/lsof"; }
-
-bool opensAtLogin() {
-    // [SMAppService mainAppService].status == SMAppServiceStatusEnabled
-    Class service = objc_getClass("SMAppService");
-    if (!service) return false;
-    id main = send(reinterpret_cast<id>(service), "mainAppService");
-    if (!main) return false;
-    using StatusMessage = long (*)(id, SEL);
-    long status = reinterpret_cast<StatusMessage>(objc_msgSend)(main, sel_registerName("status"));
-    return status == 1;  // SMAppServiceStatusEnabled
-}
 
 }  // namespace velmora::platform
