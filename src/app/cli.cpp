@@ -13,6 +13,7 @@
 #include "settings/settings_store.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <termios.h>
@@ -99,8 +100,12 @@ int printCertificate() {
     std::string path = ServerCert::certPath();
     auto pem = files::readWhole(path);
     if (!pem) {
-        std::fprintf(stderr, "velmora: the server has not made its certificate yet (%s); it makes one at its first start\n",
-                     path.c_str());
+        std::error_code error;
+        if (std::filesystem::exists(path, error))
+            std::fprintf(stderr, "velmora: %s cannot be read\n", path.c_str());
+        else
+            std::fprintf(stderr, "velmora: the server has not made its certificate yet (%s); it makes one at its first start\n",
+                         path.c_str());
         return 1;
     }
     auto summary = ServerCert::summary(*pem);

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 using namespace velmora;
 
 TEST(CommandLine, PlanPrintsArgumentsThenTheChangedEnvironmentForTheStoredSettings) {
@@ -59,6 +61,12 @@ TEST(CommandLine, CertificateShowsWhatOpensslShowsOrSaysThereIsNoneYet) {
     EXPECT_EQ(none.out, "");
     EXPECT_NE(none.err.find("has not made its certificate yet (" + folder + "/shadow.crt)"), std::string::npos)
         << none.err;
+
+    std::filesystem::create_directories(folder + "/shadow.crt");
+    auto unreadable = test::runCommand({velmora, "certificate"});
+    EXPECT_EQ(unreadable.exitCode, 1);
+    EXPECT_NE(unreadable.err.find("shadow.crt cannot be read"), std::string::npos) << unreadable.err;
+    std::filesystem::remove(folder + "/shadow.crt");
 
     test::writeFile(folder + "/shadow.crt", "-----BEGIN CERTIFICATE-----\nbm90IGEgY2VydA==\n-----END CERTIFICATE-----\n");
     auto garbage = test::runCommand({velmora, "certificate"});
