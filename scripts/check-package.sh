@@ -4,6 +4,8 @@
 # the programs run from the unpacked package: --version, --help, and `diagnostics` under Xvfb with
 # the helper answering the permission probe.
 #   scripts/check-package.sh [velmora_<version>_<arch>.deb]   (an existing package is not rebuilt)
+# pass only prints, so "test && pass || fail" never runs both.
+# shellcheck disable=SC2015
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
