@@ -40,6 +40,8 @@ echo "== plain build"
 run_suite default
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build"
 ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 run_suite asan
+echo "== Debian package"
+if scripts/check-package.sh; then passed=$((passed + 1)); else status=1; failed=$((failed + 1)); fi
 
 fuzz_seconds=${FUZZ_SECONDS:-60}
 if [ "$fuzz_seconds" -gt 0 ]; then

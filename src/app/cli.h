@@ -5,8 +5,8 @@
 
 namespace velmora {
 
-// Runs the sub-command named in argv and returns its exit status, or absent when argv names no
-// sub-command (the caller then starts the application).
+// Runs the sub-command named in argv (also --help and --version) and returns its exit status, or
+// absent when argv is empty or just "--headless" (the caller then starts the application).
 std::optional<int> runCommandLine(int argc, char** argv);
 
 }  // namespace velmora

@@ -5,7 +5,13 @@
 #include "platform/certificate_name.h"
 #include "platform/paths.h"
 
+#include <openssl/asn1.h>
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
 #include <cstdio>
+#include <memory>
 
 namespace velmora::ServerCert {
 
@@ -32,6 +38,29 @@ int base64Value(char c) {
     if (c == '+') return 62;
     if (c == '/') return 63;
     return -1;
+}
+
+// "YYYY-MM-DD HH:MM:SSZ", as `openssl x509 -dates -dateopt iso_8601` prints it.
+std::string isoTime(const ASN1_TIME* time) {
+    std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), &BIO_free);
+    if (!out || !time || ASN1_TIME_print_ex(out.get(), time, ASN1_DTFLGS_ISO8601) != 1) return {};
+    char* data = nullptr;
+    long size = BIO_get_mem_data(out.get(), &data);
+    return std::string(data, static_cast<std::size_t>(size));
+}
+
+std::string fingerprint(X509* certificate, const EVP_MD* digest) {
+    unsigned char bytes[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (X509_digest(certificate, digest, bytes, &size) != 1) return {};
+    static constexpr char hex[] = "0123456789ABCDEF";
+    std::string text;
+    for (unsigned int i = 0; i < size; ++i) {
+        if (i > 0) text += ':';
+        text += hex[bytes[i] >> 4];
+        text += hex[bytes[i] & 0x0F];
+    }
+    return text;
 }
 
 }  // namespace
@@ -89,6 +118,22 @@ std::optional<std::string> subjectName(const std::string& pem) {
     auto bytes = der(pem);
     if (!bytes) return std::nullopt;
     return platform::certificateSubjectName(*bytes);
+}
+
+std::optional<Summary> summary(const std::string& pem) {
+    auto bytes = der(pem);
+    if (!bytes || bytes->empty()) return std::nullopt;
+    const unsigned char* cursor = bytes->data();
+    std::unique_ptr<X509, decltype(&X509_free)> certificate(
+        d2i_X509(nullptr, &cursor, static_cast<long>(bytes->size())), &X509_free);
+    if (!certificate) return std::nullopt;
+    Summary result;
+    result.subject = platform::certificateSubjectName(*bytes);
+    result.validFrom = isoTime(X509_get0_notBefore(certificate.get()));
+    result.validUntil = isoTime(X509_get0_notAfter(certificate.get()));
+    result.sha256 = fingerprint(certificate.get(), EVP_sha256());
+    result.sha1 = fingerprint(certificate.get(), EVP_sha1());
+    return result;
 }
 
 bool removeIfNameless() {

@@ -25,6 +25,18 @@ std::optional<std::string> subjectName(const std::string& pem);
 // bytes are no certificate). True when it removed them; false when there was nothing to judge.
 bool removeIfNameless();
 
+// What a user compares with the certificate a Remote Desktop client shows before it trusts the server.
+struct Summary {
+    std::optional<std::string> subject;  // the subject's name, as subjectName gives it
+    std::string validFrom;               // "2026-11-23 02:08:00Z"
+    std::string validUntil;
+    std::string sha256;                  // "AB:CD:…", the form `openssl x509 -fingerprint` prints
+    std::string sha1;                    // Windows shows this one as the certificate's thumbprint
+};
+
+// Absent when the text holds no block that decodes to a certificate.
+std::optional<Summary> summary(const std::string& pem);
+
 // Strict standard base64: length a multiple of 4, at most two '=' and only at the end.
 std::optional<std::vector<unsigned char>> decodeBase64(const std::string& text);
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 using namespace velmora;
 
 TEST(CommandLine, PlanPrintsArgumentsThenTheChangedEnvironmentForTheStoredSettings) {
@@ -33,4 +35,60 @@ TEST(CommandLine, UnknownCommandsPrintUsageAndFail) {
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_NE(result.err.find("usage: velmora"), std::string::npos);
     EXPECT_EQ(test::runCommand({test::builtExecutable("bin/velmora"), "login", "set"}).exitCode, 2);
+}
+
+namespace {
+
+// The value after '=' of openssl's one-line answer ("sha256 Fingerprint=AB:…", "notAfter=…").
+std::string opensslValue(const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv = {"/usr/bin/openssl"};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    auto result = test::runCommand(argv);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    std::string line = result.out.substr(0, result.out.find('\n'));
+    return line.substr(line.find('=') + 1);
+}
+
+}  // namespace
+
+TEST(CommandLine, CertificateShowsWhatOpensslShowsOrSaysThereIsNoneYet) {
+    test::TempHome home;
+    const std::string velmora = test::builtExecutable("bin/velmora");
+    const std::string folder = home.configHome() + "/freerdp/shadow";
+
+    auto none = test::runCommand({velmora, "certificate"});
+    EXPECT_EQ(none.exitCode, 1);
+    EXPECT_EQ(none.out, "");
+    EXPECT_NE(none.err.find("has not made its certificate yet (" + folder + "/shadow.crt)"), std::string::npos)
+        << none.err;
+
+    std::filesystem::create_directories(folder + "/shadow.crt");
+    auto unreadable = test::runCommand({velmora, "certificate"});
+    EXPECT_EQ(unreadable.exitCode, 1);
+    EXPECT_NE(unreadable.err.find("shadow.crt cannot be read"), std::string::npos) << unreadable.err;
+    std::filesystem::remove(folder + "/shadow.crt");
+
+    test::writeFile(folder + "/shadow.crt", "-----BEGIN CERTIFICATE-----\nbm90IGEgY2VydA==\n-----END CERTIFICATE-----\n");
+    auto garbage = test::runCommand({velmora, "certificate"});
+    EXPECT_EQ(garbage.exitCode, 1);
+    EXPECT_NE(garbage.err.find("holds no certificate that can be read"), std::string::npos) << garbage.err;
+
+    const std::string cert = folder + "/shadow.crt";
+    auto made = test::runCommand({"/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                                  "ec_paramgen_curve:prime256v1", "-nodes", "-days", "30", "-subj",
+                                  "/O=Velmora test/CN=desk-7", "-keyout", folder + "/shadow.key", "-out", cert});
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    auto shown = test::runCommand({velmora, "certificate"});
+    ASSERT_EQ(shown.exitCode, 0) << shown.err;
+    const std::string sha256 = opensslValue({"x509", "-in", cert, "-noout", "-fingerprint", "-sha256"});
+    const std::string sha1 = opensslValue({"x509", "-in", cert, "-noout", "-fingerprint", "-sha1"});
+    ASSERT_EQ(sha256.size(), 32u * 3 - 1);
+    ASSERT_EQ(sha1.size(), 20u * 3 - 1);
+    EXPECT_EQ(shown.out,
+              "Certificate: " + cert + "\n"
+              "Subject: desk-7\n"
+              "Valid from: " + opensslValue({"x509", "-in", cert, "-noout", "-startdate", "-dateopt", "iso_8601"}) + "\n"
+              "Valid until: " + opensslValue({"x509", "-in", cert, "-noout", "-enddate", "-dateopt", "iso_8601"}) + "\n"
+              "SHA-256 fingerprint: " + sha256 + "\n"
+              "SHA-1 fingerprint (thumbprint): " + sha1 + "\n");
 }
