@@ -229,10 +229,9 @@ void AppDelegate::testConnection() {
     auto addresses = NetInfo::localAddresses();
     const bool running = supervisor_->running();
     std::weak_ptr<AppDelegate> weak = weak_from_this();
-    std::shared_ptr<MainQueue> queue = mainQueue_;
-    globalQueue().async([weak, queue, port, running, addresses = std::move(addresses)]() mutable {
+    globalQueue().async([weak, link = mainQueue_->link(), port, running, addresses = std::move(addresses)]() mutable {
         auto test = std::make_shared<ConnectionTest>(runConnectionTest(port, running, std::move(addresses)));
-        queue->post([weak, test] {
+        link->post([weak, test] {
             auto self = weak.lock();
             if (!self) return;
             Alert alert{"Test Connection", test->report(self->desktop_.opensAtLogin()), {"OK", "Copy Address"}};

@@ -10,7 +10,8 @@ namespace velmora {
 
 QtMainQueue::QtMainQueue() : context_(std::make_unique<QObject>()) {}
 
-QtMainQueue::~QtMainQueue() = default;
+// Background work that finishes later must find the link closed before the context object goes.
+QtMainQueue::~QtMainQueue() { close(); }
 
 void QtMainQueue::post(std::function<void()> work) {
     // Safe from any thread: the call is queued to the context object's (the main) thread.
