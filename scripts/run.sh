@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
-# Sets Velmora up and runs it: `velmora --headless` (the supervisor without a window), or the
-# velmora command given as arguments (for example: scripts/run.sh plan).
-# On a machine with no display it first starts a virtual one (Xvfb) for the server to share.
+# Sets Velmora up and runs it: on a desktop the tray application (`velmora`); on a machine with no
+# display `velmora --headless` (the supervisor without a window) on a virtual display (Xvfb) for the
+# server to share; or the velmora command given as arguments (for example: scripts/run.sh plan).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh default >/dev/null
 
 if [ $# -gt 0 ]; then
   exec build/bin/velmora "$@"
+fi
+
+if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
+  echo "run: Velmora is in the tray (its icon is a screen); choose Quit Velmora in its menu to end it"
+  exec build/bin/velmora
 fi
 
 xvfb_pid=

@@ -15,7 +15,9 @@ int QtDesktop::runAlert(const Alert& alert) {
     QMessageBox box;
     box.setWindowTitle(QStringLiteral("Velmora"));
     box.setIcon(QMessageBox::Information);
-    box.setText(QString::fromStdString(alert.message));
+    // The message stands out above the explanation, as alerts do on the Mac.
+    box.setTextFormat(Qt::RichText);
+    box.setText(QStringLiteral("<b>%1</b>").arg(QString::fromStdString(alert.message).toHtmlEscaped()));
     box.setInformativeText(QString::fromStdString(alert.informative));
     std::vector<QPushButton*> buttons;
     for (const std::string& title : alert.buttons)

@@ -3,6 +3,7 @@
 #include "permissions/helper_perms.h"
 
 #include <QApplication>
+#include <QCursor>
 #include <QFont>
 #include <QGuiApplication>
 #include <QPainter>
@@ -89,6 +90,10 @@ void TrayView::buildMenu(const std::vector<MenuItem>& items) {
         QObject::connect(action, &QAction::triggered, action, [this, which = item.action] { perform_(which); });
     }
     tray_->setContextMenu(menu_.get());
+    // A menu-bar item answers a plain click with its menu too (XEmbed trays only report the click).
+    QObject::connect(tray_.get(), &QSystemTrayIcon::activated, menu_.get(), [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger && !menu_->isVisible()) menu_->popup(QCursor::pos());
+    });
     tray_->show();
 }
 
