@@ -9,37 +9,22 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh default >/dev/null
 seconds=${1:-120}
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill -TERM "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
+source scripts/lib/virtual-desktop.sh
+start_virtual_desktop
+docked_in_tray() {
+  local window
+  for window in $(xdotool search --class trayer); do
+    xwininfo -id "$window" -tree 2>/dev/null | grep -q '("velmora" "Velmora")' && return 0
+  done
+  return 1
 }
-trap cleanup EXIT
-
-export HOME="$work/home" XDG_CONFIG_HOME="$work/config" XDG_STATE_HOME="$work/state" XDG_DATA_HOME="$work/data"
-export XDG_RUNTIME_DIR="$work/runtime" VELMORA_SERVICE_URL=http://127.0.0.1:9
-mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$XDG_CONFIG_HOME/velmora" && chmod 700 "$XDG_RUNTIME_DIR"
-unset DBUS_SESSION_BUS_ADDRESS QT_QPA_PLATFORMTHEME XDG_CURRENT_DESKTOP
-port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-printf '{"port": %s, "usagePing": false}\n' "$port" > "$XDG_CONFIG_HOME/velmora/defaults.json"
-
-exec 3< <(Xvfb -displayfd 4 -screen 0 1024x768x24 -nolisten tcp -noreset 4>&1 >/dev/null 2>&1)
-read -r -t 30 number <&3
-export DISPLAY=":$number"
-pids+=("$(pgrep -n -f "Xvfb -displayfd 4")")
-trayer --edge top --align right --widthtype pixel --width 96 --height 28 >/dev/null 2>&1 &
-pids+=($!)
-sleep 1
-tray=$(xdotool search --class trayer | head -n 1)
 
 start=$(date +%s%N)
 build/bin/velmora >"$work/velmora.out" 2>&1 &
 velmora=$!
 pids+=("$velmora")
-# Docked: the tray window gained a child from Velmora.
-until xwininfo -id "$tray" -children 2>/dev/null | grep -qi velmora; do
+# Docked: the tray's panel holds Velmora's icon window.
+until docked_in_tray; do
   kill -0 "$velmora" 2>/dev/null || { cat "$work/velmora.out"; exit 1; }
   sleep 0.01
 done

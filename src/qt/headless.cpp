@@ -2,12 +2,8 @@
 
 #include "app/app_delegate.h"
 #include "app/console_view.h"
-#include "platform/defaults_store.h"
 #include "platform/instance_lock.h"
-#include "platform/paths.h"
-#include "qt/instance_channel.h"
-#include "qt/qt_main_queue.h"
-#include "qt/signal_watch.h"
+#include "qt/application_loop.h"
 
 #include <QCoreApplication>
 
@@ -29,24 +25,7 @@ int runHeadless(int argc, char** argv) {
     }
     ConsoleView console([] { QCoreApplication::quit(); });
     std::shared_ptr<AppDelegate> delegate;
-    // Early, so that a signal during start-up still stops the server once the loop runs.
-    auto signalWatch = SignalWatch::install([&delegate] {
-        if (delegate) delegate->quit();
-    });
-    if (!signalWatch) {
-        std::fputs("velmora: cannot watch for SIGTERM\n", stderr);
-        return 1;
-    }
-    InstanceChannel channel([&delegate] {
-        if (delegate) delegate->openSettings();
-    });
-
-    platform::makeDirectories(platform::logDirectory());
-    delegate = AppDelegate::create(std::make_shared<QtMainQueue>(), platform::DefaultsStore(), console, console);
-    delegate->applicationDidFinishLaunching();
-    int code = QCoreApplication::exec();
-    delegate->applicationWillTerminate();
-    return code;
+    return runApplication(console, console, delegate);
 }
 
 }  // namespace velmora

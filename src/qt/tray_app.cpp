@@ -1,14 +1,11 @@
 #include "qt/tray_app.h"
 
 #include "app/app_delegate.h"
-#include "platform/defaults_store.h"
 #include "platform/instance_lock.h"
-#include "platform/paths.h"
+#include "qt/application_loop.h"
 #include "qt/headless.h"
 #include "qt/instance_channel.h"
 #include "qt/qt_desktop.h"
-#include "qt/qt_main_queue.h"
-#include "qt/signal_watch.h"
 #include "qt/tray_view.h"
 
 #include <QApplication>
@@ -56,20 +53,7 @@ int runTray(int argc, char** argv) {
     TrayView view([&delegate](MenuAction action) {
         if (delegate) delegate->perform(action);
     });
-    // Early, so that a logout during start-up still stops the server once the loop runs.
-    auto signalWatch = SignalWatch::install([&delegate] {
-        if (delegate) delegate->quit();
-    });
-    InstanceChannel channel([&delegate] {
-        if (delegate) delegate->openSettings();
-    });
-
-    platform::makeDirectories(platform::logDirectory());
-    delegate = AppDelegate::create(std::make_shared<QtMainQueue>(), platform::DefaultsStore(), view, desktop);
-    delegate->applicationDidFinishLaunching();
-    int code = QApplication::exec();
-    delegate->applicationWillTerminate();
-    return code;
+    return runApplication(view, desktop, delegate);
 }
 
 }  // namespace velmora

@@ -47,10 +47,10 @@ protected:
         ::chmod(server.c_str(), 0755);
     }
 
-    std::shared_ptr<SpawnedProcess> startVelmora() {
+    std::shared_ptr<SpawnedProcess> startVelmora(const std::string& errName = "stderr") {
         Environment environment = processEnvironment();
         environment["KORVEN_CLI"] = server;
-        errPath = home.path() + "/stderr";
+        errPath = home.path() + "/" + errName;
         int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
         auto velmora = Spawn::start(test::builtExecutable("bin/velmora"), {"--headless"}, environment, std::nullopt,
                                     err, false);
@@ -116,4 +116,41 @@ TEST_F(HeadlessTest, StopsLeftoversSupervisesTheServerAndReportsMissingPermissio
     text = log();
     EXPECT_NE(text.find("] [Velmora app] " + line), std::string::npos) << text;
     EXPECT_EQ(text.find("starting Velmora Server"), std::string::npos) << text;
+}
+
+TEST_F(HeadlessTest, OneVelmoraPerUserAndACrashedOneDoesNotBlockTheNext) {
+    // The server runs as an installed one would, so that a start-up clean-up would stop it.
+    const std::string installed = home.path() + "/install" + platform::serverExecutableSuffix();
+    writeFile(installed, readFile("/bin/sleep"));
+    ::chmod(installed.c_str(), 0755);
+    writeFile(server, "#!/bin/sh\n"
+                      "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
+                      "echo $$ > '" + home.path() + "/server.pid'\n"
+                      "exec '" + installed + "' 1000\n");
+    auto first = startVelmora("first");
+    ASSERT_TRUE(eventually([&] { return test::fileExists(home.path() + "/server.pid"); })) << log();
+    pid_t serverPid = std::stoi(readFile(home.path() + "/server.pid"));
+
+    auto second = startVelmora("second");
+    ASSERT_TRUE(second->wait(30));
+    EXPECT_EQ(second->exitCode(), 1);
+    EXPECT_NE(readFile(errPath).find("Velmora is already running (pid " + std::to_string(first->pid()) + ")"),
+              std::string::npos)
+        << readFile(errPath);
+    EXPECT_EQ(::kill(serverPid, 0), 0);
+    EXPECT_TRUE(first->isRunning());
+
+    // A crash leaves the lock file and the server behind; the next start takes over both.
+    ::kill(first->pid(), SIGKILL);
+    ASSERT_TRUE(first->wait(30));
+    std::filesystem::remove(home.path() + "/server.pid");
+    auto third = startVelmora("third");
+    ASSERT_TRUE(eventually([&] { return test::fileExists(home.path() + "/server.pid"); })) << log();
+    EXPECT_NE(log().find("] [Velmora app] stopped 1 Velmora Server left over from an earlier run (it held the port)\n"),
+              std::string::npos)
+        << log();
+    EXPECT_TRUE(eventually([&] { return ::kill(serverPid, 0) != 0; }));
+    ::kill(third->pid(), SIGTERM);
+    ASSERT_TRUE(third->wait(30));
+    EXPECT_EQ(third->exitCode(), 0);
 }

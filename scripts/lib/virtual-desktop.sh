@@ -1,0 +1,33 @@
+# Sourced by the scripts that look at Velmora as a user would: a temporary home, a private Xvfb
+# with an XEmbed tray (trayer) at its top right, no panel on D-Bus, no request leaving this
+# machine, and a free loopback port for the server. Everything started is ended on exit.
+#   source scripts/lib/virtual-desktop.sh; start_virtual_desktop
+work=$(mktemp -d)
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill -TERM "$pid" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+start_virtual_desktop() {
+  export HOME="$work/home" XDG_CONFIG_HOME="$work/config" XDG_STATE_HOME="$work/state" XDG_DATA_HOME="$work/data"
+  export XDG_RUNTIME_DIR="$work/runtime" VELMORA_SERVICE_URL=http://127.0.0.1:9
+  mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$XDG_CONFIG_HOME/velmora" && chmod 700 "$XDG_RUNTIME_DIR"
+  # Without a StatusNotifier host Qt docks the icon in the XEmbed tray.
+  unset DBUS_SESSION_BUS_ADDRESS QT_QPA_PLATFORMTHEME XDG_CURRENT_DESKTOP
+  local port
+  port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+  printf '{"port": %s, "usagePing": false}\n' "$port" > "$XDG_CONFIG_HOME/velmora/defaults.json"
+
+  local number
+  exec 3< <(Xvfb -displayfd 4 -screen 0 1024x768x24 -nolisten tcp -noreset 4>&1 >/dev/null 2>&1)
+  read -r -t 30 number <&3
+  export DISPLAY=":$number"
+  pids+=("$(pgrep -n -f "Xvfb -displayfd 4")")
+  trayer --edge top --align right --widthtype pixel --width 96 --height 28 --transparent false \
+    --tint 0xdddddd --SetDockType true >/dev/null 2>&1 &
+  pids+=($!)
+  sleep 1
+}
