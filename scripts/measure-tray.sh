@@ -30,15 +30,15 @@ until docked_in_tray; do
 done
 docked=$(( ($(date +%s%N) - start) / 1000000 ))
 for _ in $(seq 100); do pgrep -f freerdp-shadow-cli >/dev/null && break; sleep 0.2; done
-sleep 5
+# Past the start's own work (permission probe, server launch, icon redraws).
+sleep 15
 
+# One line a thread: its name and its context switches so far.
 switches() {
-  local total=0 task n
-  for task in /proc/"$velmora"/task/*/status; do
-    n=$(awk '/ctxt_switches/ {s += $2} END {print s + 0}' "$task" 2>/dev/null || echo 0)
-    total=$((total + n))
-  done
-  echo "$total"
+  local task
+  for task in /proc/"$velmora"/task/*; do
+    printf '%s %s\n' "$(tr ' ' _ <"$task/comm")" "$(awk '/ctxt_switches/ {s += $2} END {print s + 0}' "$task/status")"
+  done | sort
 }
 rss=$(awk '/VmRSS/ {print $2}' /proc/"$velmora"/status)
 threads=$(ls /proc/"$velmora"/task | wc -l)
@@ -47,4 +47,6 @@ sleep "$seconds"
 after=$(switches)
 echo "start to docked in the tray: ${docked} ms"
 echo "resident memory when idle:   $((rss / 1024)) MiB (${rss} KiB), ${threads} threads"
-echo "wake-ups over ${seconds} s:       $((after - before)) context switches, server running: $(pgrep -c -f freerdp-shadow-cli || echo 0) process"
+echo "wake-ups over ${seconds} s (server running: $(pgrep -c -f freerdp-shadow-cli || echo 0) process):"
+join <(echo "$before") <(echo "$after") | awk '{d = $3 - $2; total += d; printf "  %-16s %d\n", $1, d} END {printf "  %-16s %d\n", "all threads", total}'
+
