@@ -6,6 +6,7 @@
 #include "platform/paths.h"
 #include "qt/headless.h"
 #include "qt/instance_channel.h"
+#include "qt/permissions_window.h"
 #include "qt/qt_desktop.h"
 #include "qt/qt_main_queue.h"
 #include "qt/signal_watch.h"
@@ -65,7 +66,9 @@ int runTray(int argc, char** argv) {
     });
 
     platform::makeDirectories(platform::logDirectory());
-    delegate = AppDelegate::create(std::make_shared<QtMainQueue>(), platform::DefaultsStore(), view, desktop);
+    auto mainQueue = std::make_shared<QtMainQueue>();
+    delegate = AppDelegate::create(mainQueue, platform::DefaultsStore(), view, desktop);
+    view.permissionsWindow = permissionsWindowHook(mainQueue, delegate->helperPerms());
     delegate->applicationDidFinishLaunching();
     int code = QApplication::exec();
     delegate->applicationWillTerminate();
