@@ -1,6 +1,8 @@
 #include "qt/permissions_window.h"
 
+#include <QApplication>
 #include <QCloseEvent>
+#include <QFontMetrics>
 #include <QGuiApplication>
 #include <QKeySequence>
 #include <QScreen>
@@ -29,8 +31,24 @@ QColor colour(PermColour which, const QPalette& palette) {
     return palette.color(QPalette::WindowText);
 }
 
+// Desktop fonts run wider than the fonts these frames were drawn for: a wrapping label's text
+// shrinks, half a point at a time, until it fits its frame.
+void fitToFrame(QLabel* label) {
+    constexpr double smallest = 7.0;
+    QFont font = QApplication::font();
+    double size = font.pointSizeF() > 0 ? font.pointSizeF() : 10.0;
+    for (;; size -= 0.5) {
+        font.setPointSizeF(size);
+        QRect needed = QFontMetrics(font).boundingRect(QRect(0, 0, label->width() - 2, 10000),
+                                                       Qt::AlignLeft | Qt::TextWordWrap, label->text());
+        if (needed.height() <= label->height() || size <= smallest) break;
+    }
+    label->setFont(font);
+}
+
 void setLine(QLabel* label, const PermissionsLine& line) {
     label->setText(QString::fromStdString(line.text));
+    fitToFrame(label);
     QPalette palette = label->parentWidget()->palette();
     palette.setColor(QPalette::WindowText, colour(line.colour, palette));
     label->setPalette(palette);
@@ -49,13 +67,14 @@ PermissionsWindow::PermissionsWindow(PermissionsController& controller) : contro
         l->setWordWrap(true);
         l->setAlignment(Qt::AlignLeft | Qt::AlignTop);
         l->setGeometry(rect);
+        fitToFrame(l);
         return l;
     };
     auto heading = [&](const char* text, QRect rect, const char* name) {
         QLabel* l = label(text, rect, name);
         QFont font = l->font();
         font.setBold(true);
-        font.setPixelSize(13);
+        font.setPixelSize(13);  // 13 points of macOS, where a point is a pixel
         l->setFont(font);
         return l;
     };
