@@ -16,6 +16,16 @@ for tool in Xvfb xdotool xwininfo import; do
     command -v "$tool" >/dev/null || { echo "screenshots: $tool is missing (see scripts/packages.txt)" >&2; exit 1; }
 done
 
+# Velmora stops every Velmora server of the machine when it starts, so it must not run beside one.
+for exe in /proc/[0-9]*/exe; do
+    case $(readlink "$exe" 2>/dev/null) in
+        */libexec/velmora/velmora-server | *"/Velmora Server.app/Contents/MacOS/freerdp-shadow-cli")
+            echo "screenshots: a Velmora server is running (${exe%/exe}); stop it first" >&2
+            exit 1
+            ;;
+    esac
+done
+
 work=$(mktemp -d)
 pids=()
 cleanup() {
