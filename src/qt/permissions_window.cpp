@@ -78,11 +78,11 @@ PermissionsWindow::PermissionsWindow(PermissionsController& controller) : contro
         l->setFont(font);
         return l;
     };
-    auto button = [this](const char* text, QRect rect, const char* name, void (PermissionsController::*action)()) {
+    auto button = [this](const char* text, QRect rect, const char* name, std::function<void()> action) {
         auto* b = new QPushButton(QString::fromUtf8(text), this);
         b->setObjectName(QString::fromLatin1(name));
         b->setGeometry(rect);
-        connect(b, &QPushButton::clicked, this, [this, action] { (controller_.*action)(); });
+        connect(b, &QPushButton::clicked, this, [action = std::move(action)] { action(); });
         return b;
     };
 
@@ -91,17 +91,17 @@ PermissionsWindow::PermissionsWindow(PermissionsController& controller) : contro
     label(PermissionsText::screenHint, frame(20, 208, 350, 18), "screenHint");
     screenStatus_ = label("", frame(20, 186, 300, 18), "screenStatus");
     screenButton_ = button(PermissionsText::openSettings, frame(380, 206, 140, 30), "screenButton",
-                           &PermissionsController::openScreen);
+                           [this] { controller_.openScreen(); });
     heading(PermissionsText::inputHeading, frame(20, 148, 200, 20), "inputHeading");
     label(PermissionsText::inputHint, frame(20, 128, 350, 18), "inputHint");
     inputStatus_ = label("", frame(20, 106, 300, 18), "inputStatus");
     inputButton_ = button(PermissionsText::openSettings, frame(380, 126, 140, 30), "inputButton",
-                          &PermissionsController::openInput);
+                          [this] { controller_.openInput(); });
     summary_ = label("", frame(20, 52, 500, 44), "summary");
     repairButton_ = button(PermissionsText::repairAgain, frame(20, 14, 140, 30), "repairButton",
-                           &PermissionsController::repairAgain);
+                           [this] { controller_.repairAgain(); });
     startButton_ = button(PermissionsText::startServer, frame(380, 14, 140, 30), "startButton",
-                          &PermissionsController::startNow);
+                          [this] { controller_.startNow(); });
     startButton_->setDefault(true);
     // Return starts the server, as the default button of a window that is no dialog does not by itself.
     for (auto key : {Qt::Key_Return, Qt::Key_Enter}) {
