@@ -1,30 +1,67 @@
 #!/usr/bin/env bash
-# Takes the README's pictures of the tray application as a user sees it: the menu popped up from a
-# real XEmbed tray (trayer) and the Test Connection alert, under a private Xvfb with the real server
-# helper and a temporary home. Writes docs/images/tray-menu.png and docs/images/test-connection.png.
-#   scripts/screenshots.sh
+# Takes the README's pictures of Velmora as a user sees it, under a private Xvfb with a real XEmbed
+# tray (trayer) and a temporary home:
+#   scripts/screenshots.sh tray          the menu and the Test Connection alert (real server helper)
+#   scripts/screenshots.sh permissions   the permissions window (a stand-in server lacking Accessibility)
+#   scripts/screenshots.sh               all of them
+# They land in docs/images/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+what=${1:-all}
+case $what in tray | permissions | all) ;; *) echo "usage: scripts/screenshots.sh [tray|permissions|all]" >&2; exit 2 ;; esac
+if [ "$what" = all ]; then
+  for one in tray permissions; do "$0" "$one"; done
+  exit 0
+fi
 scripts/setup.sh default >/dev/null
 out=docs/images
 mkdir -p "$out"
-
 source scripts/lib/virtual-desktop.sh
 start_virtual_desktop
-build/bin/velmora >"$work/velmora.out" 2>&1 &
-pids+=($!)
 
-# The icon sits at the right end of the tray; wait for the server so the menu says where to connect.
-for _ in $(seq 100); do grep -q 'starting Velmora Server' "$XDG_STATE_HOME/velmora/Velmora.log" 2>/dev/null && break; sleep 0.2; done
-sleep 2
-xdotool mousemove 1010 14 click 1
-sleep 1
-import -window root "$work/menu.png"
-convert "$work/menu.png" -crop 470x300+554+0 +repage "$out/tray-menu.png"
+# Saves the window titled $1 as $2: the root window, cut to the window's frame.
+shoot() {
+  local id geometry x y w h
+  id=$(xdotool search --onlyvisible --name "^$1\$" | head -n1)
+  geometry=$(xwininfo -id "$id")
+  x=$(awk '/Absolute upper-left X/ {print $4}' <<<"$geometry")
+  y=$(awk '/Absolute upper-left Y/ {print $4}' <<<"$geometry")
+  w=$(awk '/Width:/ {print $2}' <<<"$geometry")
+  h=$(awk '/Height:/ {print $2}' <<<"$geometry")
+  import -window root -crop "${w}x${h}+${x}+${y}" +repage "$2"
+  echo "$2: \"$(xdotool getwindowname "$id")\", ${w}x${h}"
+}
 
-# Down to "Test Connection…" (the first line is disabled and skipped), then choose it.
-xdotool key --delay 80 Down Down Down Down Down Down Down Down Return
-sleep 4
-import -window root "$work/alert.png"
-convert "$work/alert.png" -crop 700x400+162+184 +repage -trim +repage "$out/test-connection.png"
-echo "screenshots: $out/tray-menu.png $out/test-connection.png"
+case $what in
+  tray)
+    build/bin/velmora >"$work/velmora.out" 2>&1 &
+    pids+=($!)
+    # Wait for the server so the menu says where to connect; the icon sits at the tray's right end.
+    await grep -q 'starting Velmora Server' "$XDG_STATE_HOME/velmora/Velmora.log"
+    sleep 2
+    xdotool mousemove 1010 14 click 1
+    sleep 1
+    import -window root "$work/menu.png"
+    convert "$work/menu.png" -crop 470x300+554+0 +repage "$out/tray-menu.png"
+    echo "$out/tray-menu.png"
+    # Down to "Test Connection…" (the first line is disabled and skipped), then choose it.
+    xdotool key --delay 80 Down Down Down Down Down Down Down Down Return
+    await xdotool search --onlyvisible --name '^Velmora$'
+    sleep 1
+    shoot Velmora "$out/test-connection.png"
+    ;;
+  permissions)
+    # A server with Screen Recording but without Accessibility: the start opens the window, which
+    # repairs and then asks for the second list.
+    printf '#!/bin/sh\nif [ -n "$MAC_SHADOW_PERMS" ]; then echo "screen=1 input=0"; exit 0; fi\nexec sleep 1000\n' \
+      >"$work/server"
+    chmod 755 "$work/server"
+    KORVEN_CLI=$work/server build/bin/velmora >"$work/velmora.out" 2>&1 &
+    pids+=($!)
+    title="Velmora Server needs two permissions"
+    await xdotool search --onlyvisible --name "^$title\$"
+    await grep -q "permission request:" "$XDG_STATE_HOME/velmora/Velmora.log"
+    sleep 1  # the repair's answer drawn
+    shoot "$title" "$out/permissions-window.png"
+    ;;
+esac

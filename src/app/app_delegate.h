@@ -66,6 +66,7 @@ public:
     void copyDiagnostics();
     void quit();
 
+    const std::shared_ptr<MainQueue>& mainQueue() const { return mainQueue_; }
     const std::shared_ptr<HelperPerms>& helperPerms() const { return helperPerms_; }
     const std::shared_ptr<ServerSupervisor>& supervisor() const { return supervisor_; }
     const std::shared_ptr<UsageService>& usage() const { return usage_; }

@@ -12,7 +12,8 @@
 
 namespace velmora {
 
-int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>& delegate) {
+int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>& delegate,
+                   const std::function<void(AppDelegate&)>& prepare) {
     // Early, so that a signal (a logout) during start-up still stops the server once the loop runs.
     auto signalWatch = SignalWatch::install([&delegate] {
         if (delegate) delegate->quit();
@@ -27,6 +28,7 @@ int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>
 
     platform::makeDirectories(platform::logDirectory());
     delegate = AppDelegate::create(std::make_shared<QtMainQueue>(), platform::DefaultsStore(), view, desktop);
+    if (prepare) prepare(*delegate);
     delegate->applicationDidFinishLaunching();
     int code = QCoreApplication::exec();
     delegate->applicationWillTerminate();

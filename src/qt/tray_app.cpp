@@ -5,6 +5,7 @@
 #include "qt/application_loop.h"
 #include "qt/headless.h"
 #include "qt/instance_channel.h"
+#include "qt/permissions_window.h"
 #include "qt/qt_desktop.h"
 #include "qt/tray_view.h"
 
@@ -44,7 +45,7 @@ int runTray(int argc, char** argv) {
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Velmora"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Velmora"));
+    // No display name of its own: Qt would append it to every window's title.
     QGuiApplication::setDesktopFileName(QStringLiteral("velmora"));
     QApplication::setWindowIcon(TrayView::statusIcon(false));
 
@@ -53,7 +54,9 @@ int runTray(int argc, char** argv) {
     TrayView view([&delegate](MenuAction action) {
         if (delegate) delegate->perform(action);
     });
-    return runApplication(view, desktop, delegate);
+    return runApplication(view, desktop, delegate, [&view](AppDelegate& app) {
+        view.permissionsWindow = permissionsWindowHook(app.mainQueue(), app.helperPerms());
+    });
 }
 
 }  // namespace velmora

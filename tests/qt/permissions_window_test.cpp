@@ -1,0 +1,151 @@
+// The real permissions window on Xvfb, opened by the application object when a start finds a
+// permission missing, with a shell script as the server and the virtual clock driving the poll.
+
+#include "app/app_delegate.h"
+#include "core/manual_queue.h"
+#include "platform/paths.h"
+#include "qt/permissions_window.h"
+#include "qt/tray_view.h"
+#include "support/e2e_harness.h"
+#include "support/scoped_env.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QWindow>
+
+#include <chrono>
+#include <sys/stat.h>
+
+using namespace velmora;
+using velmora::test::readFile;
+using velmora::test::ScopedEnv;
+using velmora::test::TempHome;
+using velmora::test::writeFile;
+
+namespace {
+
+class RecordingDesktop final : public Desktop {
+public:
+    int runAlert(const Alert&) override { return 0; }
+    void copyText(const std::string&) override {}
+    void openURL(const std::string& url) override { opened.push_back(url); }
+    bool opensAtLogin() override { return false; }
+    std::optional<std::string> setOpensAtLogin(bool) override { return std::nullopt; }
+    void terminate() override {}
+
+    std::vector<std::string> opened;
+};
+
+// Runs Qt's events and the main queue's work until `done` holds; probes answer in real time.
+bool pumpUntil(ManualQueue& queue, const std::function<bool()>& done) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        if (queue.runUntil(done, 0.01)) return true;
+    }
+    return false;
+}
+
+PermissionsWindow* findWindow() {
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        if (auto* window = dynamic_cast<PermissionsWindow*>(widget)) return window;
+    return nullptr;
+}
+
+QString textOf(QWidget* window, const char* name) {
+    auto* label = window->findChild<QLabel*>(QString::fromLatin1(name));
+    return label ? label->text() : QStringLiteral("(none)");
+}
+
+}  // namespace
+
+TEST(PermissionsWindowTest, OpensForAMissingPermissionAndStartsTheServerOnceAllIsAllowed) {
+    TempHome home;
+    test::Xvfb xvfb;
+    if (!xvfb.running()) GTEST_SKIP() << "Xvfb could not be started";
+    ScopedEnv display("DISPLAY", xvfb.display());
+    ScopedEnv wayland("WAYLAND_DISPLAY", std::nullopt);
+    ScopedEnv platformName("QT_QPA_PLATFORM", "xcb");
+    platform::makeDirectories(platform::logDirectory());
+
+    const std::string answer = home.path() + "/answer";
+    const std::string starts = home.path() + "/starts";
+    const std::string server = home.path() + "/server";
+    writeFile(answer, "screen=1 input=0\n");
+    writeFile(server, "#!/bin/sh\n"
+                      "if [ -n \"$MAC_SHADOW_PERMS\" ]; then cat '" + answer + "'; exit 0; fi\n"
+                      "echo started >> '" + starts + "'\n"
+                      "exec sleep 1000\n");
+    ::chmod(server.c_str(), 0755);
+    ScopedEnv korven("KORVEN_CLI", server);
+
+    int argc = 1;
+    char name[] = "qt_tests";
+    char* argv[] = {name, nullptr};
+    QApplication app(argc, argv);
+    auto queue = std::make_shared<ManualQueue>();
+    RecordingDesktop desktop;
+    std::shared_ptr<AppDelegate> delegate;
+    TrayView view([&delegate](MenuAction action) {
+        if (delegate) delegate->perform(action);
+    });
+    AppDelegate::Options options;
+    options.stopLeftovers = [] { return 0; };
+    options.bundleRoot = home.path() + "/no-prefix";
+    delegate = AppDelegate::create(queue, platform::DefaultsStore(), view, desktop, options);
+    view.permissionsWindow = permissionsWindowHook(queue, delegate->helperPerms());
+    // The server is stopped however the test ends.
+    std::unique_ptr<AppDelegate, void (*)(AppDelegate*)> stopAtEnd(delegate.get(), [](AppDelegate* app) {
+        app->applicationWillTerminate();
+    });
+
+    // "autoStart" is on: the start's check finds Accessibility missing and the window opens, repairs
+    // and leads to the Accessibility list.
+    delegate->applicationDidFinishLaunching();
+    PermissionsWindow* window = nullptr;
+    ASSERT_TRUE(pumpUntil(*queue, [&] {
+        window = findWindow();
+        return window && window->isVisible() && window->windowHandle()->isExposed() && !desktop.opened.empty();
+    }));
+    EXPECT_EQ(window->windowTitle(), QStringLiteral("Velmora Server needs two permissions"));
+    EXPECT_EQ(window->size(), QSize(540, 330));
+    EXPECT_EQ(window->findChild<QPushButton*>(QStringLiteral("inputButton"))->geometry(), QRect(380, 174, 140, 30));
+    EXPECT_EQ(textOf(window, "screenStatus"), QStringLiteral("\u2713 Allowed"));
+    EXPECT_EQ(textOf(window, "inputStatus"), QStringLiteral("\u2717 Not allowed yet"));
+    EXPECT_EQ(textOf(window, "summary"), QStringLiteral("Switch on \"Velmora Server\" under Accessibility in the list "
+                                                        "that opens; this window updates by itself."));
+    EXPECT_EQ(desktop.opened, std::vector<std::string>{HelperPerms::inputURL});
+    EXPECT_FALSE(test::fileExists(starts));
+
+    // Switched on: the next poll closes the window and the server starts, once.
+    writeFile(answer, "screen=1 input=1\n");
+    queue->advance(PermissionsController::pollSeconds);
+    ASSERT_TRUE(pumpUntil(*queue, [&] { return !window->isVisible() && readFile(starts) == "started\n"; }));
+    ASSERT_TRUE(delegate->supervisor()->running());
+    pid_t pid = delegate->supervisor()->task()->pid();
+    queue->advance(10);
+    delegate->helperPerms()->drainQueue();  // a stray probe would answer now
+    queue->runPending();
+    EXPECT_EQ(delegate->supervisor()->task()->pid(), pid);
+    EXPECT_FALSE(window->isVisible());
+
+    // The menu's "Check Permissions…": the same window, continuing only by its button.
+    delegate->perform(MenuAction::checkPermissions);
+    ASSERT_TRUE(pumpUntil(*queue, [&] {
+        return window->isVisible() && textOf(window, "summary") == QStringLiteral("Everything is allowed.");
+    }));
+    auto* start = window->findChild<QPushButton*>(QStringLiteral("startButton"));
+    ASSERT_TRUE(start->isEnabled());
+    start->click();
+    EXPECT_FALSE(window->isVisible());
+
+    // "Repair Permissions" with the server running: it stops, the window opens, and the server
+    // starts again by itself because everything is allowed.
+    delegate->perform(MenuAction::repairPermissions);
+    ASSERT_TRUE(pumpUntil(*queue, [&] { return window->isVisible() && readFile(starts) == "started\nstarted\n"; }));
+    EXPECT_NE(delegate->supervisor()->task()->pid(), pid);
+    window->close();
+    EXPECT_FALSE(window->isVisible());
+}
