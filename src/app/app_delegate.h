@@ -6,6 +6,7 @@
 // timers and completions hold it weakly.
 
 #include "app/app_view.h"
+#include "app/updater.h"
 #include "core/main_queue.h"
 #include "permissions/helper_perms.h"
 #include "platform/defaults_store.h"
@@ -55,7 +56,7 @@ public:
 
     void toggleServer();
     void openSettings();
-    void checkForUpdates() {}
+    void checkForUpdates() { Updater{}.checkForUpdates(); }
     void toggleAutoStart();
     void toggleUsagePing();
     void toggleLogin();
