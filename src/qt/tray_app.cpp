@@ -8,6 +8,7 @@
 #include "qt/instance_channel.h"
 #include "qt/qt_desktop.h"
 #include "qt/qt_main_queue.h"
+#include "qt/settings_window.h"
 #include "qt/signal_watch.h"
 #include "qt/tray_view.h"
 
@@ -60,6 +61,11 @@ int runTray(int argc, char** argv) {
     auto signalWatch = SignalWatch::install([&delegate] {
         if (delegate) delegate->quit();
     });
+    std::unique_ptr<SettingsWindow> settingsWindow;
+    view.settingsWindow = [&delegate, &settingsWindow] {
+        if (!settingsWindow) settingsWindow = std::make_unique<SettingsWindow>(delegate->settingsForm());
+        settingsWindow->open();
+    };
     InstanceChannel channel([&delegate] {
         if (delegate) delegate->openSettings();
     });
