@@ -7,11 +7,13 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
+#include <QFontMetrics>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScreen>
 #include <QSlider>
+#include <QStyle>
 
 #include <openssl/crypto.h>
 
@@ -53,6 +55,22 @@ void makeSecondary(QLabel* label) {
     label->setPalette(palette);
 }
 
+// The frames are kept whatever the font: a text wider than its frame is drawn in a smaller size
+// of the same font instead of being cut off.
+void fitFont(QWidget* widget, const QFont& base, const QString& text, int room) {
+    QFont font = base;
+    while (font.pointSizeF() > 6.5 && QFontMetrics(font).horizontalAdvance(text) > room)
+        font.setPointSizeF(font.pointSizeF() - 0.5);
+    widget->setFont(font);
+}
+
+void fitCheckBox(QCheckBox* box) {
+    QStyle* style = box->style();
+    int indicator = style->pixelMetric(QStyle::PM_IndicatorWidth, nullptr, box) +
+                    style->pixelMetric(QStyle::PM_CheckBoxLabelSpacing, nullptr, box);
+    fitFont(box, box->font(), box->text(), box->width() - indicator - 2);
+}
+
 template <typename Choices>
 QComboBox* popUp(QWidget* parent, const char* name, const Choices& choices) {
     auto* box = new QComboBox(parent);
@@ -86,6 +104,7 @@ void SettingsWindow::build() {
     auto mkCheck = [win](const char* name, const char* title, int y) {
         auto* box = place(new QCheckBox(QString::fromUtf8(title), win), 180, y, 320, 20);
         box->setObjectName(QString::fromLatin1(name));
+        fitCheckBox(box);
         return box;
     };
 
@@ -133,6 +152,7 @@ void SettingsWindow::build() {
     nlaStatus_ = place(new QLabel(win), 180, 300, 330, 18);
     nlaStatus_->setObjectName(QStringLiteral("nlaStatus"));
     makeSecondary(nlaStatus_);
+    statusFont_ = std::make_unique<QFont>(nlaStatus_->font());
 
     ctrl_ = mkCheck("ctrl", "Treat Ctrl as Cmd (Windows shortcuts)", 272);
     avc_ = mkCheck("avc", "Sharper 4:4:4 video (blank in the Windows App)", 244);
@@ -183,6 +203,7 @@ void SettingsWindow::fill(const SettingsFields& fields) {
     nlaPass_->clear();
     nlaPass_->setPlaceholderText(QString::fromStdString(fields.nlaPassPlaceholder));
     nlaStatus_->setText(QString::fromStdString(fields.nlaStatus));
+    fitFont(nlaStatus_, *statusFont_, nlaStatus_->text(), nlaStatus_->width());
 }
 
 SettingsFields SettingsWindow::read() const {

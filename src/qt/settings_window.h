@@ -10,6 +10,7 @@
 class QCheckBox;
 class QComboBox;
 class QDialog;
+class QFont;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -60,6 +61,7 @@ private:
     QLineEdit* nlaUser_ = nullptr;
     QLineEdit* nlaPass_ = nullptr;
     QLabel* nlaStatus_ = nullptr;
+    std::unique_ptr<QFont> statusFont_;  // before fitting its text
     QComboBox* bitrate_ = nullptr;
     QComboBox* maxWidthPop_ = nullptr;
     QComboBox* maxSize_ = nullptr;

@@ -146,6 +146,7 @@ TEST_F(SettingsFormTest, FillingFollowsTheChoiceThresholdsAndSavingStoresOnlyThe
     for (const auto& line : test::logMessages()) EXPECT_EQ(line.find("port changed"), std::string::npos) << line;
     EXPECT_FALSE(app->supervisor()->running());
     EXPECT_FALSE(app->supervisor()->starting());
+    ASSERT_GE(screen.events.size(), 2u);
     EXPECT_EQ(screen.events.back(), "menu");
     EXPECT_EQ(screen.events[screen.events.size() - 2], "hide");
 }
@@ -197,7 +198,9 @@ TEST_F(SettingsFormTest, TheLoginIsSavedFirstAndBadPortsStopTheSaveWithTheirAler
     EXPECT_TRUE(save(fields));
     EXPECT_EQ(screen.alerts.size(), alerts);
     EXPECT_EQ(NLALogin::load(), "bob:" + NLALogin::ntHashHex("s3cret"));
-    EXPECT_EQ(test::logMessages().back(), "port changed in Settings: 3389 -> 3390");
+    auto lines = test::logMessages();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), "port changed in Settings: 3389 -> 3390");
     EXPECT_EQ(platform::DefaultsStore().storedObject("port"), platform::DefaultsValue(std::int64_t{3390}));
 
     // Refused names, with and without a password, leave the stored login alone.
