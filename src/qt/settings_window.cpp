@@ -8,6 +8,7 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QFontMetrics>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -55,6 +56,18 @@ void makeSecondary(QLabel* label) {
     label->setPalette(palette);
 }
 
+// Only the close box and "Cancel" close the window: Escape is no shortcut for either.
+class SettingsDialog final : public QDialog {
+public:
+    using QDialog::QDialog;
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override {
+        if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) return event->accept();
+        QDialog::keyPressEvent(event);
+    }
+};
+
 // The frames are kept whatever the font: a text wider than its frame is drawn in a smaller size
 // of the same font instead of being cut off.
 void fitFont(QWidget* widget, const QFont& base, const QString& text, int room) {
@@ -88,7 +101,7 @@ SettingsWindow::SettingsWindow(SettingsForm& form) : form_(form) {}
 SettingsWindow::~SettingsWindow() = default;
 
 void SettingsWindow::build() {
-    win_ = std::make_unique<QDialog>(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+    win_ = std::make_unique<SettingsDialog>(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                                                   Qt::WindowCloseButtonHint);
     QDialog* win = win_.get();
     win->setObjectName(QStringLiteral("settingsWindow"));

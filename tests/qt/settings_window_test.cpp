@@ -108,6 +108,8 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     maxSize->setCurrentIndex(2);
     win->findChild<QSlider*>("scale")->setValue(9000);
     EXPECT_EQ(win->findChild<QLabel*>("scaleLabel")->text(), "90%");
+    QTest::keyClick(win, Qt::Key_Escape);
+    EXPECT_TRUE(win->isVisible()) << "Escape closes nothing";
     QTest::mouseClick(win->findChild<QPushButton*>("cancel"), Qt::LeftButton);
     EXPECT_FALSE(win->isVisible());
     settings.open();
