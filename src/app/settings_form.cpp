@@ -16,6 +16,10 @@
 
 namespace velmora {
 
+void wipeMemory(void* data, std::size_t size) {
+    if (data && size) OPENSSL_cleanse(data, size);
+}
+
 void wipeText(std::string& text) {
     if (!text.empty()) OPENSSL_cleanse(text.data(), text.size());
     text.clear();

@@ -101,5 +101,7 @@ private:
 
 // Overwrites the text's bytes before emptying it, so a password leaves nothing behind in it.
 void wipeText(std::string& text);
+// The same for a buffer of another kind (the toolkit's strings).
+void wipeMemory(void* data, std::size_t size);
 
 }  // namespace velmora

@@ -16,8 +16,6 @@
 #include <QSlider>
 #include <QStyle>
 
-#include <openssl/crypto.h>
-
 #include <cmath>
 
 namespace velmora {
@@ -242,8 +240,8 @@ SettingsFields SettingsWindow::read() const {
     nlaPass_->clear();
     QByteArray bytes = password.toUtf8();
     fields.nlaPass.assign(bytes.constData(), static_cast<std::size_t>(bytes.size()));
-    if (!bytes.isEmpty()) OPENSSL_cleanse(bytes.data(), static_cast<std::size_t>(bytes.size()));
-    password.fill(QChar(0));
+    wipeMemory(bytes.data(), static_cast<std::size_t>(bytes.size()));
+    wipeMemory(password.data(), static_cast<std::size_t>(password.size()) * sizeof(QChar));
     return fields;
 }
 
