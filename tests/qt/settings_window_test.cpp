@@ -99,7 +99,7 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     EXPECT_EQ(maxSize->currentText(), "1440p");
     EXPECT_EQ(win->findChild<QLabel*>("scaleLabel")->text(), "75%");
     EXPECT_EQ(pass->placeholderText(), "password");
-    QTRY_VERIFY(win->isActiveWindow());
+    EXPECT_TRUE(QTest::qWaitFor([win] { return win->isActiveWindow(); }, 5000));
     EXPECT_EQ(qobject_cast<QLineEdit*>(QApplication::focusWidget()), nullptr) << "no field starts focused";
 
     // Unsaved edits are gone at the next opening, which reuses the window.
