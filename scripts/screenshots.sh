@@ -1,19 +1,23 @@
 #!/usr/bin/env bash
 # Takes the README's pictures of Velmora as a user sees it, under a private Xvfb with a real XEmbed
-# tray (trayer) and a temporary home:
+# tray (trayer), a temporary home and a keyring of its own (nothing of the user's is read or changed):
 #   scripts/screenshots.sh tray          the menu and the Test Connection alert (real server helper)
+#   scripts/screenshots.sh settings      the settings window, opened by a second launch
 #   scripts/screenshots.sh permissions   the permissions window (a stand-in server lacking Accessibility)
 #   scripts/screenshots.sh               all of them
 # They land in docs/images/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 what=${1:-all}
-case $what in tray | permissions | all) ;; *) echo "usage: scripts/screenshots.sh [tray|permissions|all]" >&2; exit 2 ;; esac
+case $what in tray | settings | permissions | all) ;; *) echo "usage: scripts/screenshots.sh [tray|settings|permissions|all]" >&2; exit 2 ;; esac
+scripts/setup.sh default >/dev/null
 if [ "$what" = all ]; then
-  for one in tray permissions; do "$0" "$one"; done
+  for one in tray settings permissions; do "$0" "$one"; done
   exit 0
 fi
-scripts/setup.sh default >/dev/null
+if [ -z "${VELMORA_TEST_KEYRING:-}" ]; then
+  exec scripts/with-test-keyring.sh "$0" "$@"
+fi
 out=docs/images
 mkdir -p "$out"
 source scripts/lib/virtual-desktop.sh
@@ -49,6 +53,17 @@ case $what in
     await xdotool search --onlyvisible --name '^Velmora$'
     sleep 1
     shoot Velmora "$out/test-connection.png"
+    ;;
+  settings)
+    printf '{"autoStart": false, "usagePing": false}\n' > "$XDG_CONFIG_HOME/velmora/defaults.json"
+    build/bin/velmora >"$work/velmora.out" 2>&1 &
+    pids+=($!)
+    await test -S "$XDG_RUNTIME_DIR/velmora/velmora.socket"
+    # A second launch asks the running one to open its settings window.
+    timeout 10 build/bin/velmora >/dev/null 2>&1 || true
+    await xdotool search --onlyvisible --name '^Velmora Settings$'
+    sleep 0.5  # the first paint
+    shoot "Velmora Settings" "$out/settings-window.png"
     ;;
   permissions)
     # A server with Screen Recording but without Accessibility: the start opens the window, which

@@ -25,8 +25,10 @@ start_virtual_desktop() {
   export HOME="$work/home" XDG_CONFIG_HOME="$work/config" XDG_STATE_HOME="$work/state" XDG_DATA_HOME="$work/data"
   export XDG_RUNTIME_DIR="$work/runtime" VELMORA_SERVICE_URL=http://127.0.0.1:9
   mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$XDG_CONFIG_HOME/velmora" && chmod 700 "$XDG_RUNTIME_DIR"
-  # Without a StatusNotifier host Qt docks the icon in the XEmbed tray.
-  unset DBUS_SESSION_BUS_ADDRESS QT_QPA_PLATFORMTHEME XDG_CURRENT_DESKTOP WAYLAND_DISPLAY
+  # Without a StatusNotifier host Qt docks the icon in the XEmbed tray. A private test keyring's
+  # bus has none, so it may stay; the desktop session's own bus may not.
+  [ -n "${VELMORA_TEST_KEYRING:-}" ] || unset DBUS_SESSION_BUS_ADDRESS
+  unset QT_QPA_PLATFORMTHEME XDG_CURRENT_DESKTOP WAYLAND_DISPLAY
   export QT_QPA_PLATFORM=xcb
   local port
   port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')

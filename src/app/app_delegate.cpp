@@ -60,6 +60,7 @@ AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue, platform::Default
     helperPerms_->opener = [&desktop](const std::string& url) { desktop.openURL(url); };
     supervisor_ = ServerSupervisor::create(mainQueue_, helperPerms_, store_);
     supervisor_->stopGrace = options_.stopGrace;
+    settingsForm_ = std::make_unique<SettingsForm>(store_, desktop_, supervisor_, [this] { updateUI(); });
 }
 
 std::vector<MenuItem> AppDelegate::menuItems() { return StatusMenu::items(Updater::available); }

@@ -6,6 +6,7 @@
 // timers and completions hold it weakly.
 
 #include "app/app_view.h"
+#include "app/settings_form.h"
 #include "app/updater.h"
 #include "core/main_queue.h"
 #include "permissions/helper_perms.h"
@@ -72,6 +73,8 @@ public:
     const std::shared_ptr<ServerSupervisor>& supervisor() const { return supervisor_; }
     const std::shared_ptr<UsageService>& usage() const { return usage_; }
     platform::DefaultsStore& store() { return store_; }
+    // What the settings window fills its controls from and saves through.
+    SettingsForm& settingsForm() { return *settingsForm_; }
     // A start that found a permission missing while no permissions window could be shown: the
     // minute tick tries it again.
     bool startRetryPending() const { return static_cast<bool>(retryStart_); }
@@ -93,6 +96,7 @@ private:
     std::shared_ptr<HelperPerms> helperPerms_;
     std::shared_ptr<ServerSupervisor> supervisor_;
     std::shared_ptr<UsageService> usage_;
+    std::unique_ptr<SettingsForm> settingsForm_;
     std::function<void()> retryStart_;
     std::optional<PermStatus> reportedWithoutWindow_;
 };

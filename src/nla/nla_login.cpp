@@ -6,6 +6,7 @@
 #include "platform/system_log.h"
 
 #include <cctype>
+#include <openssl/crypto.h>
 #include <unicode/ubrk.h>
 #include <vector>
 
@@ -66,8 +67,12 @@ bool keychainStore(const std::string& entryText) {
 }  // namespace
 
 std::string ntHashHex(const std::string& password) {
+    // Both copies of the password are wiped once hashed; reserving up front keeps the vector from
+    // leaving copies behind in buffers it outgrew.
+    std::u32string scalars = text::utf32(password);
     std::vector<std::uint8_t> bytes;
-    for (char32_t c : text::utf32(password)) {
+    bytes.reserve(scalars.size() * 4);
+    for (char32_t c : scalars) {
         auto put = [&](std::uint32_t unit) {
             bytes.push_back(static_cast<std::uint8_t>(unit & 0xFF));
             bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
@@ -82,6 +87,8 @@ std::string ntHashHex(const std::string& password) {
     }
     std::uint8_t digest[16] = {};
     velmora_nt_hash(bytes.data(), bytes.size(), digest);
+    if (!bytes.empty()) OPENSSL_cleanse(bytes.data(), bytes.size());
+    if (!scalars.empty()) OPENSSL_cleanse(scalars.data(), scalars.size() * sizeof(char32_t));
     return text::hex(digest, sizeof digest);
 }
 

@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QDesktopServices>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QUrl>
@@ -15,9 +16,13 @@ int QtDesktop::runAlert(const Alert& alert) {
     QMessageBox box;
     box.setWindowTitle(QStringLiteral("Velmora"));
     box.setIcon(QMessageBox::Information);
+    box.setText(QString::fromStdString(alert.message));
     // The message stands out above the explanation, as alerts do on the Mac.
-    box.setTextFormat(Qt::RichText);
-    box.setText(QStringLiteral("<b>%1</b>").arg(QString::fromStdString(alert.message).toHtmlEscaped()));
+    if (auto* label = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
+        QFont bold = label->font();
+        bold.setBold(true);
+        label->setFont(bold);
+    }
     box.setInformativeText(QString::fromStdString(alert.informative));
     std::vector<QPushButton*> buttons;
     for (const std::string& title : alert.buttons)

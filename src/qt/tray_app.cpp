@@ -7,6 +7,7 @@
 #include "qt/instance_channel.h"
 #include "qt/permissions_window.h"
 #include "qt/qt_desktop.h"
+#include "qt/settings_window.h"
 #include "qt/tray_view.h"
 
 #include <QApplication>
@@ -54,8 +55,14 @@ int runTray(int argc, char** argv) {
     TrayView view([&delegate](MenuAction action) {
         if (delegate) delegate->perform(action);
     });
-    return runApplication(view, desktop, delegate, [&view](AppDelegate& app) {
+    // The windows are made on first use and kept, hidden, for the next opening.
+    std::unique_ptr<SettingsWindow> settingsWindow;
+    return runApplication(view, desktop, delegate, [&view, &settingsWindow](AppDelegate& app) {
         view.permissionsWindow = permissionsWindowHook(app.mainQueue(), app.helperPerms());
+        view.settingsWindow = [&app, &settingsWindow] {
+            if (!settingsWindow) settingsWindow = std::make_unique<SettingsWindow>(app.settingsForm());
+            settingsWindow->open();
+        };
     });
 }
 

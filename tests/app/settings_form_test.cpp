@@ -1,0 +1,217 @@
+#include "app/app_delegate.h"
+#include "app/settings_form.h"
+
+#include "../process/child_scripts.h"
+#include "core/manual_queue.h"
+#include "nla/login_form.h"
+#include "nla/nla_login.h"
+#include "permissions/app_log.h"
+#include "platform/paths.h"
+#include "support/keyring.h"
+#include "support/log_lines.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <tuple>
+
+using namespace velmora;
+
+namespace {
+
+// The screen as a list of what happened to it, in order.
+class RecordingScreen final : public AppView, public Desktop {
+public:
+    std::vector<std::string> events;
+    std::vector<Alert> alerts;
+
+    void buildMenu(const std::vector<MenuItem>&) override {}
+    void show(const MenuState&) override { events.push_back("menu"); }
+    void setStatusLine(const std::string&) override {}
+    void openSettings() override {}
+    bool showPermissions(const PermissionsRequest&) override { return false; }
+
+    int runAlert(const Alert& alert) override {
+        alerts.push_back(alert);
+        events.push_back("alert");
+        return 0;
+    }
+    void copyText(const std::string&) override {}
+    void openURL(const std::string&) override {}
+    bool opensAtLogin() override { return false; }
+    std::optional<std::string> setOpensAtLogin(bool) override { return std::nullopt; }
+    void terminate() override {}
+};
+
+// The application object with a script playing the server (it answers the permission probe with
+// both permissions and otherwise sleeps), the form it owns, and a private home.
+class SettingsFormTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // Every save goes through the Windows login first, which may delete the keyring's item.
+        VELMORA_REQUIRE_KEYRING();
+        platform::makeDirectories(platform::logDirectory());
+        test::writeScript(home.path() + "/prefix/libexec/velmora/velmora-server",
+                          "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
+                          "echo \"server running with $*\"\nexec sleep 1000\n");
+        AppDelegate::Options options;
+        options.bundleRoot = home.path() + "/prefix";
+        options.stopLeftovers = [] { return 0; };
+        options.stopGrace = 0.5;
+        app = AppDelegate::create(queue, platform::DefaultsStore(), screen, screen, options);
+    }
+
+    void TearDown() override {
+        if (!app) return;
+        app->supervisor()->stopServer();
+        app->helperPerms()->drainQueue();
+    }
+
+    SettingsForm& form() { return app->settingsForm(); }
+    std::string defaultsFile() const { return home.configHome() + "/velmora/defaults.json"; }
+    void storeDefaults(const std::string& json) { test::writeFile(defaultsFile(), json); }
+
+    bool save(SettingsFields& fields) {
+        return form().save(fields, [this] { screen.events.push_back("hide"); });
+    }
+
+    test::TempHome home;
+    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+    RecordingScreen screen;
+    std::shared_ptr<AppDelegate> app;
+};
+
+const std::string portTail = " is not a port Velmora can use: type 1024 to 65535 (the RDP port is 3389).";
+
+}  // namespace
+
+TEST_F(SettingsFormTest, FillingFollowsTheChoiceThresholdsAndSavingStoresOnlyTheListsValues) {
+    const std::string rest = R"(, "maxWidth": 6000, "fps": 25, "bitrateMbps": 20, "scale": 0.879, "port": 3390,)"
+                             R"( "remoteScreen": "Extend", "virtualDisplays": "always", "audio": false})";
+    for (auto [maxPixels, shown, saved] : {std::tuple{2999999, 0, 2073600}, std::tuple{3000000, 1, 3686400},
+                                           std::tuple{5999999, 1, 3686400}, std::tuple{6000000, 2, 8294400}}) {
+        storeDefaults(R"({"maxPixels": )" + std::to_string(maxPixels) + rest);
+        SettingsFields fields = form().fill();
+        EXPECT_EQ(fields.maxSize, shown) << maxPixels;
+        ASSERT_TRUE(save(fields));
+        EXPECT_EQ(platform::DefaultsStore().storedObject("maxPixels"), platform::DefaultsValue(std::int64_t{saved}));
+    }
+
+    storeDefaults(R"({"maxPixels": 1)" + rest);
+    SettingsFields fields = form().fill();
+    EXPECT_EQ(fields.port, "3390");
+    EXPECT_EQ(fields.maxWidth, 0);  // 6000 is no item: "Automatic"
+    EXPECT_EQ(fields.fps, -1);      // 25 matches no item
+    EXPECT_EQ(fields.bitrate, 2);
+    EXPECT_EQ(SettingsForm::scaleText(fields.scale), "87%");
+    EXPECT_EQ(fields.remoteScreen, 1);  // the legacy key decides over an unknown value
+    EXPECT_FALSE(fields.audio);
+    EXPECT_TRUE(fields.clipboard);  // registered defaults show too
+
+    ASSERT_TRUE(save(fields));
+    platform::DefaultsStore store;
+    using V = platform::DefaultsValue;
+    EXPECT_EQ(store.storedObject("maxWidth"), V(std::int64_t{0}));
+    EXPECT_EQ(store.storedObject("fps"), V(std::int64_t{30}));
+    EXPECT_EQ(store.storedObject("bitrateMbps"), V(std::int64_t{20}));
+    EXPECT_EQ(store.storedObject("scale"), V(0.879));
+    EXPECT_EQ(store.storedObject("remoteScreen"), V(std::string("extend")));
+    EXPECT_EQ(store.storedObject("clipboard"), V(true));
+    EXPECT_EQ(store.storedObject("audio"), V(false));
+
+    // The slider's ends, and indexes out of the lists' range clamped.
+    for (auto [slider, stored] : {std::pair{100.0, 1.0}, std::pair{25.0, 0.25}, std::pair{20.0, 0.25}}) {
+        fields.scale = slider;
+        fields.maxSize = 7;
+        fields.bitrate = -1;
+        fields.remoteScreen = 9;
+        ASSERT_TRUE(save(fields));
+        platform::DefaultsStore again;
+        EXPECT_EQ(again.storedObject("scale"), V(stored)) << slider;
+        EXPECT_EQ(again.storedObject("maxPixels"), V(std::int64_t{8294400}));
+        EXPECT_EQ(again.storedObject("bitrateMbps"), V(std::int64_t{5}));
+        EXPECT_EQ(again.storedObject("remoteScreen"), V(std::string("real")));
+    }
+    // Unchanged port: no log line; nothing was running, so nothing started.
+    for (const auto& line : test::logMessages()) EXPECT_EQ(line.find("port changed"), std::string::npos) << line;
+    EXPECT_FALSE(app->supervisor()->running());
+    EXPECT_FALSE(app->supervisor()->starting());
+    ASSERT_GE(screen.events.size(), 2u);
+    EXPECT_EQ(screen.events.back(), "menu");
+    EXPECT_EQ(screen.events[screen.events.size() - 2], "hide");
+}
+
+TEST_F(SettingsFormTest, TheLoginIsSavedFirstAndBadPortsStopTheSaveWithTheirAlert) {
+    NLALogin::clear();
+    storeDefaults(R"({"audio": false})");
+    const std::string before = test::readFile(defaultsFile());
+
+    SettingsFields fields = form().fill();
+    EXPECT_EQ(fields.nlaUser, "");
+    EXPECT_EQ(fields.nlaPassPlaceholder, "password");
+    EXPECT_EQ(fields.nlaStatus, "Not set: Windows clients get TLS only and must send a Mac account password.");
+
+    // A name without a password and no stored login.
+    fields.nlaUser = "anna";
+    fields.audio = true;
+    EXPECT_FALSE(save(fields));
+    ASSERT_EQ(screen.alerts.size(), 1u);
+    EXPECT_EQ(screen.alerts[0], (Alert{"Windows login", LoginForm::passwordNeeded, {"OK"}}));
+    EXPECT_FALSE(NLALogin::load());
+
+    // The login is saved even though the port is refused; nothing else is stored.
+    for (const std::string port : {"1023", "65536"}) {
+        fields.nlaPass = "s3cret";
+        fields.port = port;
+        EXPECT_FALSE(save(fields));
+        EXPECT_EQ(fields.nlaPass, "");
+        EXPECT_EQ(screen.alerts.back(), (Alert{"Port", "\"" + port + "\"" + portTail, {"OK"}}));
+        EXPECT_EQ(NLALogin::load(), "anna:" + NLALogin::ntHashHex("s3cret"));
+        EXPECT_EQ(test::readFile(defaultsFile()), before);
+    }
+    EXPECT_EQ(std::count(screen.events.begin(), screen.events.end(), "hide"), 0);
+
+    // A stored login and no password: a rename that keeps the hash.
+    fields = form().fill();
+    EXPECT_EQ(fields.nlaUser, "anna");
+    EXPECT_EQ(fields.nlaPass, "");
+    EXPECT_EQ(fields.nlaPassPlaceholder, "unchanged");
+    EXPECT_EQ(fields.nlaStatus, "Set. Clear the user name to remove it; type a password to change it.");
+    fields.nlaUser = "\t bob ";
+    fields.port = "3390";
+    std::size_t alerts = screen.alerts.size();
+    EXPECT_TRUE(save(fields));
+    EXPECT_EQ(screen.alerts.size(), alerts);
+    EXPECT_EQ(NLALogin::load(), "bob:" + NLALogin::ntHashHex("s3cret"));
+    auto lines = test::logMessages();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), "port changed in Settings: 3389 -> 3390");
+    EXPECT_EQ(platform::DefaultsStore().storedObject("port"), platform::DefaultsValue(std::int64_t{3390}));
+
+    // A name of spaces removes the login.
+    fields.nlaUser = "   ";
+    EXPECT_TRUE(save(fields));
+    EXPECT_FALSE(NLALogin::load());
+    EXPECT_EQ(form().fill().nlaPassPlaceholder, "password");
+}
+
+TEST_F(SettingsFormTest, SavingRestartsARunningServerWithTheNewPortAfterHidingTheWindow) {
+    app->supervisor()->startServer();
+    ASSERT_TRUE(queue->runUntil([&] { return app->supervisor()->running(); }, 30));
+    pid_t first = app->supervisor()->task()->pid();
+
+    SettingsFields fields = form().fill();
+    fields.port = "3391";
+    ASSERT_TRUE(form().save(fields, [&] {
+        screen.events.push_back("hide");
+        EXPECT_TRUE(app->supervisor()->running()) << "hidden before the restart";
+    }));
+    EXPECT_FALSE(test::processExists(first));
+    ASSERT_TRUE(queue->runUntil([&] { return app->supervisor()->running(); }, 30));
+    EXPECT_NE(app->supervisor()->task()->pid(), first);
+    auto messages = test::logMessages();
+    EXPECT_NE(std::find_if(messages.begin(), messages.end(),
+                           [](const std::string& m) { return m.rfind("starting Velmora Server: /port:3391 ", 0) == 0; }),
+              messages.end());
+}

@@ -1,0 +1,143 @@
+#include "qt/settings_window.h"
+
+#include "app/app_delegate.h"
+#include "core/manual_queue.h"
+#include "platform/paths.h"
+#include "qt/qt_desktop.h"
+#include "support/e2e_harness.h"
+#include "support/keyring.h"
+#include "support/log_lines.h"
+#include "support/scoped_env.h"
+#include "support/temp_home.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSlider>
+#include <QTest>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+using namespace velmora;
+
+namespace {
+
+class MenuOnly final : public AppView {
+public:
+    int shown = 0;
+    void buildMenu(const std::vector<MenuItem>&) override {}
+    void show(const MenuState&) override { ++shown; }
+    void setStatusLine(const std::string&) override {}
+    void openSettings() override {}
+    bool showPermissions(const PermissionsRequest&) override { return false; }
+};
+
+// Presses Return in `field` and answers the alert that comes up; what it said, or empty when none
+// came within the time given.
+QString returnAndAnswerAlert(QLineEdit* field) {
+    QString seen;
+    QTimer poll;
+    poll.setInterval(20);
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            seen = box->text() + "|" + box->informativeText() + "|" + box->defaultButton()->text();
+            box->defaultButton()->click();
+        }
+    });
+    poll.start();
+    QTest::keyClick(field, Qt::Key_Return);
+    return seen;
+}
+
+}  // namespace
+
+TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
+    VELMORA_REQUIRE_KEYRING();  // a save removes the keyring's Windows login when the user name is empty
+    test::TempHome home;
+    test::Xvfb xvfb;
+    ASSERT_TRUE(xvfb.running());
+    test::ScopedEnv display("DISPLAY", xvfb.display());
+    test::ScopedEnv platformName("QT_QPA_PLATFORM", "xcb");
+    platform::makeDirectories(platform::logDirectory());
+    test::writeFile(home.configHome() + "/velmora/defaults.json", R"({"port": 3390, "maxPixels": 3000000})");
+
+    int argc = 1;
+    char name[] = "settings_window_test";
+    char* argv[] = {name, nullptr};
+    QApplication qapp(argc, argv);
+    MenuOnly view;
+    QtDesktop desktop;
+    AppDelegate::Options options;
+    options.bundleRoot = home.path() + "/no-prefix";
+    options.stopLeftovers = [] { return 0; };
+    auto app = AppDelegate::create(std::make_shared<ManualQueue>(), platform::DefaultsStore(), view, desktop, options);
+
+    SettingsWindow settings(app->settingsForm());
+    EXPECT_EQ(settings.window(), nullptr);
+    settings.open();
+    QDialog* win = settings.window();
+    ASSERT_NE(win, nullptr);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(win));
+    EXPECT_EQ(win->windowTitle(), "Velmora Settings");
+    EXPECT_EQ(win->size(), QSize(520, 712));
+    EXPECT_EQ(win->minimumSize(), win->maximumSize());
+
+    auto* port = win->findChild<QLineEdit*>("portField");
+    auto* pass = win->findChild<QLineEdit*>("nlaPass");
+    auto* maxSize = win->findChild<QComboBox*>("maxSize");
+    ASSERT_TRUE(port && pass && maxSize);
+    // Frames from the bottom-left, turned into Qt's top-left ones.
+    EXPECT_EQ(port->geometry(), QRect(180, 712 - 660 - 24, 80, 24));
+    EXPECT_EQ(win->findChild<QPushButton*>("save")->geometry(), QRect(370, 712 - 16 - 30, 130, 30));
+    EXPECT_EQ(win->findChild<QLabel*>("note")->geometry(), QRect(20, 712 - 56 - 48, 480, 48));
+    EXPECT_EQ(port->text(), "3390");
+    EXPECT_EQ(maxSize->currentText(), "1440p");
+    EXPECT_EQ(win->findChild<QLabel*>("scaleLabel")->text(), "75%");
+    EXPECT_EQ(pass->placeholderText(), "password");
+    EXPECT_TRUE(QTest::qWaitFor([win] { return win->isActiveWindow(); }, 5000));
+    EXPECT_EQ(qobject_cast<QLineEdit*>(QApplication::focusWidget()), nullptr) << "no field starts focused";
+
+    // Unsaved edits are gone at the next opening, which reuses the window.
+    port->selectAll();
+    QTest::keyClicks(port, "4000");
+    maxSize->setCurrentIndex(2);
+    win->findChild<QSlider*>("scale")->setValue(9000);
+    EXPECT_EQ(win->findChild<QLabel*>("scaleLabel")->text(), "90%");
+    QTest::keyClick(win, Qt::Key_Escape);
+    EXPECT_TRUE(win->isVisible()) << "Escape closes nothing";
+    QTest::mouseClick(win->findChild<QPushButton*>("cancel"), Qt::LeftButton);
+    EXPECT_FALSE(win->isVisible());
+    settings.open();
+    EXPECT_EQ(settings.window(), win);
+    EXPECT_EQ(port->text(), "3390");
+    EXPECT_EQ(maxSize->currentText(), "1440p");
+    EXPECT_EQ(win->findChild<QLabel*>("scaleLabel")->text(), "75%");
+
+    // A refused port: the alert, the window stays open with the edit, nothing stored.
+    port->setFocus();
+    port->selectAll();
+    QTest::keyClicks(port, "80");
+    QTest::keyClicks(pass, "typed");
+    QString alert = returnAndAnswerAlert(port);
+    EXPECT_EQ(alert.toStdString(),
+              "Port|\"80\" is not a port Velmora can use: type 1024 to 65535 (the RDP port is 3389).|OK");
+    EXPECT_TRUE(win->isVisible());
+    EXPECT_EQ(port->text(), "80");
+    EXPECT_EQ(pass->text(), "") << "a typed password never stays in the window";
+    EXPECT_EQ(platform::DefaultsStore().integer("port"), 3390);
+
+    port->selectAll();
+    QTest::keyClicks(port, "3392");
+    EXPECT_EQ(returnAndAnswerAlert(port), "");
+    EXPECT_FALSE(win->isVisible());
+    EXPECT_EQ(platform::DefaultsStore().integer("port"), 3392);
+    EXPECT_EQ(platform::DefaultsStore().integer("maxPixels"), 3686400);
+    auto lines = test::logMessages();
+    EXPECT_TRUE(!lines.empty() && lines.back() == "port changed in Settings: 3390 -> 3392");
+    EXPECT_GE(view.shown, 1);
+}
