@@ -1,5 +1,6 @@
 #include "permissions/app_log.h"
 #include "platform/paths.h"
+#include "support/scoped_env.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -11,24 +12,6 @@ using namespace velmora;
 
 namespace {
 
-// Runs with the local time zone set to `zone`, restoring the previous one afterwards.
-class TimeZone {
-public:
-    explicit TimeZone(const char* zone) {
-        if (const char* old = std::getenv("TZ")) saved_ = old;
-        ::setenv("TZ", zone, 1);
-        ::tzset();
-    }
-    ~TimeZone() {
-        if (saved_) ::setenv("TZ", saved_->c_str(), 1);
-        else ::unsetenv("TZ");
-        ::tzset();
-    }
-
-private:
-    std::optional<std::string> saved_;
-};
-
 std::chrono::system_clock::time_point utc(int hour, int minute, int second, int millis) {
     using namespace std::chrono;
     return sys_days{year{2026} / 11 / 22} + hours{hour} + minutes{minute} + seconds{second} + milliseconds{millis};
@@ -37,12 +20,17 @@ std::chrono::system_clock::time_point utc(int hour, int minute, int second, int 
 }  // namespace
 
 TEST(AppLog, LinesCarryALocalTimeStampWithMillisecondsAfterAColon) {
-    TimeZone zone("UTC");
+    test::ScopedEnv zone("TZ", "UTC");
+    ::tzset();
     EXPECT_EQ(AppLog::line("permission check: screen=1 input=0", utc(9, 5, 7, 4)),
               "[09:05:07:004] [Velmora app] permission check: screen=1 input=0\n");
     EXPECT_EQ(AppLog::timestamp(utc(23, 59, 59, 999)), "23:59:59:999");
-    TimeZone berlin("CET-1");
-    EXPECT_EQ(AppLog::timestamp(utc(23, 0, 0, 0)), "00:00:00:000") << "local time, not UTC";
+    {
+        test::ScopedEnv berlin("TZ", "CET-1");
+        ::tzset();
+        EXPECT_EQ(AppLog::timestamp(utc(23, 0, 0, 0)), "00:00:00:000") << "local time, not UTC";
+    }
+    ::tzset();
 }
 
 TEST(AppLog, AppendsWholeLinesInCallOrderWithoutEscapingLineBreaks) {
@@ -53,7 +41,6 @@ TEST(AppLog, AppendsWholeLinesInCallOrderWithoutEscapingLineBreaks) {
     AppLog::write("first");
     AppLog::write("two\nlines");
     std::string log = test::readFile(AppLog::path());
-    auto lines = log.substr(0, log.size() - 1);
     ASSERT_EQ(std::count(log.begin(), log.end(), '\n'), 4) << log;
     EXPECT_EQ(log.rfind("server output\n[", 0), 0u);
     EXPECT_NE(log.find("] [Velmora app] first\n["), std::string::npos);

