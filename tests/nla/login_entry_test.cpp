@@ -9,23 +9,14 @@ namespace {
 const std::string hash = "8846f7eaee8fb117ad06bdd830b7586c";
 }
 
-TEST(LoginEntry, TrimsSpacesAndTabsButNotLineBreaks) {
+TEST(LoginEntry, TrimsSpacesButRefusesSeparatorsAndControlCharacters) {
     EXPECT_EQ(entry("  anna\t", hash), "anna:" + hash);
     // U+00A0 and U+3000 are space separators too.
     EXPECT_EQ(entry("\xC2\xA0" "anna\xE3\x80\x80", hash), "anna:" + hash);
-    EXPECT_EQ(entry("anna\n", hash), std::nullopt);
-    EXPECT_EQ(entry("an\tna", hash), std::nullopt);
-    EXPECT_EQ(entry("   ", hash), std::nullopt);
-    EXPECT_EQ(entry("", hash), std::nullopt);
-}
-
-TEST(LoginEntry, RefusesSeparatorsAndControlCharactersButAcceptsDelete) {
-    EXPECT_EQ(entry("DOMAIN\\anna", hash), std::nullopt);
-    EXPECT_EQ(entry("anna@example.org", hash), std::nullopt);
-    EXPECT_EQ(entry("an:na", hash), std::nullopt);
-    EXPECT_EQ(entry(std::string("an\x01na"), hash), std::nullopt);
     EXPECT_EQ(entry("an\x7Fna", hash), "an\x7Fna:" + hash);
     EXPECT_EQ(entry("J\xC3\xBCrgen M\xC3\xBCller", hash), "J\xC3\xBCrgen M\xC3\xBCller:" + hash);
+    for (const std::string name : {"anna\n", "an\tna", "   ", "", "DOMAIN\\anna", "anna@example.org", "an:na", "an\x01na"})
+        EXPECT_EQ(entry(name, hash), std::nullopt) << name;
 }
 
 TEST(LoginEntry, CountsCharactersNotBytesUpTo127) {
@@ -48,9 +39,8 @@ TEST(LoginEntry, CountsCharactersNotBytesUpTo127) {
 
 TEST(LoginEntry, NeedsExactlyThirtyTwoHexDigitsAndStoresThemLowerCase) {
     EXPECT_EQ(entry("anna", "8846F7EAEE8FB117AD06BDD830B7586C"), "anna:" + hash);
-    EXPECT_FALSE(entry("anna", hash.substr(1)));
-    EXPECT_FALSE(entry("anna", hash + "0"));
-    EXPECT_FALSE(entry("anna", "g846f7eaee8fb117ad06bdd830b7586c"));
+    for (const std::string& bad : {hash.substr(1), hash + "0", std::string("g846f7eaee8fb117ad06bdd830b7586c")})
+        EXPECT_FALSE(entry("anna", bad)) << bad;
 }
 
 TEST(LoginEntry, UserOfSplitsAtTheLastColon) {
