@@ -1,6 +1,5 @@
 #include "process/spawn.h"
 
-#include "core/manual_queue.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -21,10 +20,8 @@ using velmora::test::TempHome;
 
 namespace {
 
-std::shared_ptr<SpawnedProcess> shell(const std::string& command, std::optional<int> out = std::nullopt,
-                                      std::shared_ptr<MainQueue> queue = nullptr) {
-    return Spawn::start("/bin/sh", {"-c", command}, {{"PATH", "/usr/bin:/bin"}}, out, std::nullopt, false,
-                        std::move(queue));
+std::shared_ptr<SpawnedProcess> shell(const std::string& command, std::optional<int> out = std::nullopt) {
+    return Spawn::start("/bin/sh", {"-c", command}, {{"PATH", "/usr/bin:/bin"}}, out, std::nullopt, false);
 }
 
 // The "SigXxx:" mask of a process, from /proc.
@@ -136,22 +133,6 @@ TEST(Spawn, ChildStartsCleanWithOnlyItsGivenEnvironmentAndNoInheritedDescriptors
     EXPECT_LE(fds.size(), std::string("0 1 2 3 ").size()) << fds;
 }
 
-TEST(Spawn, OnExitRunsOnceOnTheMainQueue) {
-    auto queue = std::make_shared<ManualQueue>();
-    auto sleeper = Spawn::start("/bin/sleep", {"100"}, {}, std::nullopt, std::nullopt, false, queue);
-    std::vector<std::pair<pid_t, int>> ends;
-    std::thread::id ranOn;
-    sleeper->onExit = [&](SpawnedProcess& process) {
-        ends.emplace_back(process.pid(), process.exitCode());
-        ranOn = std::this_thread::get_id();
-    };
-    ::kill(sleeper->pid(), SIGKILL);
-    ASSERT_TRUE(queue->runUntil([&] { return !ends.empty(); }));
-    queue->runPending();
-    EXPECT_EQ(ends, (std::vector<std::pair<pid_t, int>>{{sleeper->pid(), 137}}));
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-}
-
 TEST(Spawn, OutputReturnsStdoutOnlyAndNothingOnFailureOrTimeOutAndNeverWaitsForDescendants) {
     TempHome home;
     auto both = Spawn::output("/bin/sh", {"-c", "echo out; echo err >&2; printf 'bad \\377 byte'"}, {}, 10);
@@ -186,8 +167,6 @@ TEST(Spawn, StopLeftoversEndsOnlyProcessesWhosePathEndsWithTheSuffix) {
     std::filesystem::create_directories(otherDir);
     std::filesystem::copy_file("/bin/sleep", matchingDir + "/velmora-server");
     std::filesystem::copy_file("/bin/sleep", otherDir + "/velmora-server");
-    ::chmod((matchingDir + "/velmora-server").c_str(), 0755);
-    ::chmod((otherDir + "/velmora-server").c_str(), 0755);
 
     std::string suffix = unique + "/velmora-server";
     EXPECT_EQ(Spawn::stopLeftovers(suffix), 0);
