@@ -2,13 +2,16 @@
 #include "netcheck/http.h"
 #include "netcheck/net_info.h"
 #include "netcheck/service_url.h"
+#include "platform/command_output.h"
 #include "support/http_server.h"
 #include "support/loopback.h"
 #include "support/scoped_env.h"
 #include "support/temp_home.h"
 #include "platform/system_info.h"
 
+#include <fcntl.h>
 #include <filesystem>
+#include <unistd.h>
 #include <gtest/gtest.h>
 
 namespace velmora {
@@ -79,6 +82,20 @@ TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
     // A port past the 64-bit range (2^64 + 3389) is no port, not 3389 wrapped around.
     EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:18446744073709555005->5.6.7.8:1 (ESTABLISHED)", 3389), 0);
     EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:+3389->5.6.7.8:1 (ESTABLISHED)", 3389), 1);
+}
+
+TEST(CommandOutput, CollectsStandardOutputOnlyAndPassesNoOtherDescriptors) {
+    EXPECT_EQ(platform::commandOutput("/bin/echo", {"-n", "a b", "c"}), "a b c");
+    EXPECT_EQ(platform::commandOutput("/bin/sh", {"-c", "echo out; echo err >&2; exit 3"}), "out\n");
+    EXPECT_EQ(platform::commandOutput("/bin/sh", {"-c", "read line; echo \"[$line]\""}), "[]\n");  // stdin is empty
+    EXPECT_FALSE(platform::commandOutput("/nonexistent/lsof", {}).has_value());
+
+    // A descriptor this process left inheritable does not reach the child.
+    int leaked = ::open("/dev/null", O_RDONLY);
+    ASSERT_GE(leaked, 3);
+    auto seen = platform::commandOutput("/bin/sh", {"-c", "[ -e /proc/self/fd/" + std::to_string(leaked) + " ] && echo open || echo closed"});
+    ::close(leaked);
+    EXPECT_EQ(seen, "closed\n");
 }
 
 TEST(NetInfo, ConnectedClientsSeesRealLoopbackConnections) {

@@ -1,4 +1,8 @@
+#include "server-linux/sam_file.h"
 #include "server-linux/server_translation.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -60,4 +64,14 @@ TEST(ServerTranslation, ModesAndEnvironment) {
     // Only Velmora's own variables are removed before the server starts.
     EXPECT_EQ(shadowEnvironment({{"MAC_SHADOW_NLA", "anna:" + hash}, {"HOME", "/home/a"}, {"XMAC_SHADOW_KEEP", "x"}}),
               (Environment{{"HOME", "/home/a"}, {"XMAC_SHADOW_KEEP", "x"}}));
+}
+
+TEST(SamFile, SealedAndNotInherited) {
+    SamFile sam(SamLogin{"anna", hash});
+    ASSERT_TRUE(sam.valid());
+    EXPECT_EQ(::fcntl(sam.descriptor(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+
+    // Nobody may rewrite the login the server reads (which the server reads by path, once per
+    // login: see the helper's process test).
+    EXPECT_LT(::write(sam.descriptor(), "x", 1), 0);
 }
