@@ -21,13 +21,6 @@ using namespace velmora::test;
 namespace {
 
 
-bool eventually(const std::function<bool()>& condition, double seconds) {
-    for (int i = 0; i < seconds * 20; ++i) {
-        if (condition()) return true;
-        ::usleep(50000);
-    }
-    return condition();
-}
 
 class VelmoraE2e : public ::testing::Test {
 protected:

@@ -25,7 +25,7 @@ std::unique_ptr<test::BackgroundProcess> standInServer(const std::string& root) 
     std::filesystem::copy_file("/bin/sleep", path);
     auto server = std::make_unique<test::BackgroundProcess>(std::vector<std::string>{path, "600"});
     // Returned once it runs as the server: the commands look for it at once.
-    for (int i = 0; i < 5000 && test::commandLineOf(server->pid()).rfind(path, 0) != 0; ++i) ::usleep(1000);
+    test::eventually([&] { return test::commandLineOf(server->pid()).rfind(path, 0) == 0; }, 5);
     return server;
 }
 

@@ -57,7 +57,7 @@ protected:
 
     // Waits for the fake server to have written its record.
     std::string record() {
-        for (int i = 0; i < 200 && !fileExists(record_); ++i) ::usleep(50000);
+        eventually([&] { return fileExists(record_); }, 10);
         return readFile(record_);
     }
 

@@ -2,13 +2,15 @@
 
 #include "netcheck/net_info.h"
 #include "support/run_command.h"
+#include "support/temp_home.h"
+
+#include <algorithm>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
@@ -31,8 +33,7 @@ Clock::time_point deadlineAfter(double seconds) {
 
 // The fields of /proc/<pid>/stat after the command name: state, ppid, ...
 std::optional<std::pair<char, pid_t>> stateAndParent(pid_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text = readFile("/proc/" + std::to_string(pid) + "/stat");
     auto close = text.rfind(')');
     if (close == std::string::npos) return std::nullopt;
     std::istringstream rest(text.substr(close + 1));
@@ -150,13 +151,17 @@ Xvfb::~Xvfb() {
     }
 }
 
+bool eventually(const std::function<bool()>& condition, double seconds) {
+    for (auto deadline = deadlineAfter(seconds); !condition(); std::this_thread::sleep_for(pollInterval))
+        if (Clock::now() >= deadline) return false;
+    return true;
+}
+
 bool waitForListening(int port, double seconds, BackgroundProcess* owner) {
-    auto deadline = deadlineAfter(seconds);
-    for (;;) {
-        if (NetInfo::canConnect("127.0.0.1", port)) return true;
-        if (Clock::now() >= deadline || (owner && owner->waitForExit(0))) return false;
-        std::this_thread::sleep_for(pollInterval);
-    }
+    bool ended = false;
+    return eventually([&] { return NetInfo::canConnect("127.0.0.1", port) || (ended = owner && owner->waitForExit(0)); },
+                      seconds) &&
+           !ended;
 }
 
 bool processAlive(pid_t pid) {
@@ -165,12 +170,7 @@ bool processAlive(pid_t pid) {
 }
 
 bool waitForProcessGone(pid_t pid, double seconds) {
-    auto deadline = deadlineAfter(seconds);
-    while (processAlive(pid)) {
-        if (Clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(pollInterval);
-    }
-    return true;
+    return eventually([&] { return !processAlive(pid); }, seconds);
 }
 
 pid_t parentOf(pid_t pid) {
@@ -188,10 +188,8 @@ std::vector<pid_t> childrenOf(pid_t pid) {
 }
 
 std::string commandLineOf(pid_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    for (char& c : text)
-        if (c == '\0') c = ' ';
+    std::string text = readFile("/proc/" + std::to_string(pid) + "/cmdline");
+    std::replace(text.begin(), text.end(), '\0', ' ');
     return text;
 }
 

@@ -2,6 +2,7 @@
 // End-to-end pieces for tests: a private Xvfb display, free loopback ports, long-running child
 // processes that are always ended, and the real RDP client in authentication-only mode.
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -52,6 +53,8 @@ private:
     std::unique_ptr<BackgroundProcess> process_;
 };
 
+// Polls `condition` until it holds (true) or `seconds` have passed (false).
+bool eventually(const std::function<bool()>& condition, double seconds);
 // Polls connect() to 127.0.0.1:port until it is accepted or `seconds` have passed; gives up early
 // when `owner` (if given) has ended.
 bool waitForListening(int port, double seconds, BackgroundProcess* owner = nullptr);
