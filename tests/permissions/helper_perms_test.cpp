@@ -13,11 +13,7 @@
 #include <sys/stat.h>
 
 using namespace velmora;
-using velmora::test::fileExists;
-using velmora::test::logMessages;
-using velmora::test::readFile;
-using velmora::test::TempHome;
-using velmora::test::writeScript;
+using namespace velmora::test;
 
 namespace {
 
@@ -37,15 +33,22 @@ protected:
                "echo \"$MAC_SHADOW_PERMS $WLOG_LEVEL $*\" >> '" + calls + "'\n" + answer + "\n");
     }
 
-    std::optional<PermStatus> run(const std::shared_ptr<HelperPerms>& perms, const std::string& mode) {
+    // Starts a probe or repair with a completion and waits for that to run on the main queue.
+    std::optional<PermStatus> await(const std::function<void(HelperPerms::Completion)>& start) {
         bool called = false;
         std::optional<PermStatus> result;
-        perms->probe(mode, [&](std::optional<PermStatus> status) {
+        start([&](std::optional<PermStatus> status) {
             called = true;
             result = status;
         });
         EXPECT_TRUE(queue->runUntil([&] { return called; }, 30));
         return result;
+    }
+    std::optional<PermStatus> run(const std::shared_ptr<HelperPerms>& perms, const std::string& mode) {
+        return await([&](HelperPerms::Completion done) { perms->probe(mode, std::move(done)); });
+    }
+    std::optional<PermStatus> repair(const std::shared_ptr<HelperPerms>& perms, const PermRepairPlan& plan) {
+        return await([&](HelperPerms::Completion done) { perms->repair(plan, std::move(done)); });
     }
 
     TempHome home;
@@ -61,7 +64,6 @@ TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
     platform::DefaultsStore store;
     auto perms = HelperPerms::create(queue, store, prefix);
     EXPECT_EQ(run(perms, "check"), (PermStatus{true, false}));
-    EXPECT_EQ(perms->last(), (PermStatus{true, false}));
     EXPECT_FALSE(perms->lastProbeFailed());
     EXPECT_FALSE(perms->grantedBefore());
     EXPECT_EQ(readFile(calls), "check ERROR /port:33895\n");
@@ -119,9 +121,7 @@ TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
     auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
     // Linux keeps no privacy lists: the repair still runs the request probe.
     EXPECT_FALSE(perms->resetTool);
-    bool requested = false;
-    perms->repair(permRepairPlan({false, false}, false), [&](std::optional<PermStatus>) { requested = true; });
-    ASSERT_TRUE(queue->runUntil([&] { return requested; }, 30));
+    repair(perms, permRepairPlan({false, false}, false));
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
     ::unlink(calls.c_str());
     ::unlink(AppLog::path().c_str());
@@ -129,27 +129,14 @@ TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
     perms->resetTool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
                                                         "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
                                                         "exit 0\n");
-    bool done = false;
-    std::optional<PermStatus> result;
-    perms->repair(permRepairPlan({true, false}, false), [&](std::optional<PermStatus> status) {
-        done = true;
-        result = status;
-    });
-    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
-    EXPECT_EQ(result, (PermStatus{true, true}));
+    EXPECT_EQ(repair(perms, permRepairPlan({true, false}, false)), (PermStatus{true, true}));
     EXPECT_EQ(readFile(resets), "reset Accessibility com.velmora.shadow\n");
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
     EXPECT_EQ(logMessages(), (std::vector<std::string>{"tccutil reset Accessibility com.velmora.shadow: exit 1 (odd)",
                                                        "permission request: screen=1 input=1"}));
 
     // An empty plan runs no probe and answers with the last status.
-    done = false;
-    perms->repair(permRepairPlan({true, true}, true), [&](std::optional<PermStatus> status) {
-        done = true;
-        result = status;
-    });
-    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
-    EXPECT_EQ(result, perms->last());
+    EXPECT_EQ(repair(perms, permRepairPlan({true, true}, true)), perms->last());
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
 }
 

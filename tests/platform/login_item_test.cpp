@@ -10,8 +10,7 @@
 #include <filesystem>
 
 using namespace velmora;
-using velmora::test::readFile;
-using velmora::test::writeFile;
+using namespace velmora::test;
 
 TEST(LoginItem, WritesTheEntryForThisProgramHonoursHiddenAndReportsFailures) {
     test::TempHome home;

@@ -13,9 +13,7 @@
 #include <vector>
 
 using namespace velmora;
-using velmora::test::fileExists;
-using velmora::test::TempHome;
-using velmora::test::writeFile;
+using namespace velmora::test;
 
 namespace {
 

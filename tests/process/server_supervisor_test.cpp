@@ -15,12 +15,7 @@
 #include <filesystem>
 
 using namespace velmora;
-using velmora::test::fileExists;
-using velmora::test::logMessages;
-using velmora::test::readFile;
-using velmora::test::TempHome;
-using velmora::test::writeFile;
-using velmora::test::writeScript;
+using namespace velmora::test;
 
 namespace {
 

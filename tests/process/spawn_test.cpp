@@ -15,8 +15,7 @@
 #include <vector>
 
 using namespace velmora;
-using velmora::test::readFile;
-using velmora::test::TempHome;
+using namespace velmora::test;
 
 namespace {
 
