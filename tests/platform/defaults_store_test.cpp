@@ -1,4 +1,6 @@
 #include "platform/defaults_store.h"
+#include "platform/login_item.h"
+#include "platform/paths.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -121,4 +123,36 @@ TEST(DefaultsStore, ConcurrentWritersToTheSameFileLoseNoKey) {
     b.join();
     DefaultsStore store;
     for (int i = 0; i < 80; ++i) EXPECT_EQ(store.integer("key" + std::to_string(i)), i) << i;
+}
+
+// The login item on Linux: the autostart entry that a desktop session reads at login.
+TEST(LoginItem, WritesTheEntryForThisProgramHonoursHiddenAndReportsFailures) {
+    test::TempHome home;
+    const std::string path = home.configHome() + "/autostart/velmora.desktop";
+    EXPECT_EQ(velmora::platform::loginItemPath(), path);
+    EXPECT_FALSE(velmora::platform::opensAtLogin());
+
+    EXPECT_EQ(velmora::platform::setOpensAtLogin(true), std::nullopt);
+    EXPECT_TRUE(velmora::platform::opensAtLogin());
+    std::string entry = test::readFile(path);
+    EXPECT_EQ(entry.rfind("[Desktop Entry]\n", 0), 0u);
+    EXPECT_NE(entry.find("\nExec=\"" + velmora::platform::executablePath() + "\"\n"), std::string::npos) << entry;
+
+    // A session that turned the entry off keeps it, hidden.
+    test::writeFile(path, entry + "Hidden=true\n");
+    EXPECT_FALSE(velmora::platform::opensAtLogin());
+    test::writeFile(path, "[Other]\nHidden=true\n[Desktop Entry]\nHidden = false\n");
+    EXPECT_TRUE(velmora::platform::opensAtLogin());
+
+    EXPECT_EQ(velmora::platform::setOpensAtLogin(false), std::nullopt);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(velmora::platform::setOpensAtLogin(false), std::nullopt);  // already off
+
+    // A file where the folder should be: the reason names the folder.
+    std::filesystem::remove_all(home.configHome() + "/autostart");
+    test::writeFile(home.configHome() + "/autostart", "");
+    auto failure = velmora::platform::setOpensAtLogin(true);
+    ASSERT_TRUE(failure.has_value());
+    EXPECT_NE(failure->find(home.configHome() + "/autostart"), std::string::npos) << *failure;
+    EXPECT_FALSE(velmora::platform::opensAtLogin());
 }
