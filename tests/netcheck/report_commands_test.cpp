@@ -4,6 +4,7 @@
 #include "process/spawn.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
+#include "support/e2e_harness.h"
 #include "support/http_server.h"
 #include "support/loopback.h"
 #include "support/run_command.h"
@@ -11,39 +12,22 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <filesystem>
-#include <spawn.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-extern char** environ;
+#include <unistd.h>
 
 namespace velmora {
 namespace {
 
 // A long sleep whose executable path ends like an installed server's; killed at the end.
-class StandInServer {
-public:
-    explicit StandInServer(const std::string& root) {
-        std::string path = root + "/libexec/velmora/velmora-server";
-        std::filesystem::create_directories(root + "/libexec/velmora");
-        std::filesystem::copy_file("/bin/sleep", path);
-        char* argv[] = {path.data(), const_cast<char*>("600"), nullptr};
-        if (posix_spawn(&pid_, path.c_str(), nullptr, nullptr, argv, environ) != 0) pid_ = -1;
-    }
-    ~StandInServer() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, nullptr, 0);
-        }
-    }
-    bool started() const { return pid_ > 0; }
-
-private:
-    pid_t pid_ = -1;
-};
-
+std::unique_ptr<test::BackgroundProcess> standInServer(const std::string& root) {
+    const std::string path = root + "/libexec/velmora/velmora-server";
+    std::filesystem::create_directories(root + "/libexec/velmora");
+    std::filesystem::copy_file("/bin/sleep", path);
+    auto server = std::make_unique<test::BackgroundProcess>(std::vector<std::string>{path, "600"});
+    // Returned once it runs as the server: the commands look for it at once.
+    test::eventually([&] { return test::commandLineOf(server->pid()).rfind(path, 0) == 0; }, 5);
+    return server;
+}
 
 // Both commands say whether a server runs on this machine: another Velmora's would change the answer.
 #define SKIP_WHILE_ANOTHER_SERVER_RUNS()                                                      \
@@ -57,9 +41,7 @@ TEST(ReportCommands, DiagnosticsPrintsSettingsPermissionsAndTheRedactedLogEnd) {
     for (int i = 1; i <= 85; ++i) log += "[10:00:00:000] [Velmora app] line " + std::to_string(i) + "\n";
     log += "env MAC_SHADOW_NLA=anna:00112233445566778899aabbccddeeff\n";
     test::writeFile(home.stateHome() + "/velmora/Velmora.log", log);
-    std::string probe = home.path() + "/probe.sh";
-    test::writeFile(probe, "#!/bin/sh\necho \"screen=1 input=0\"\n");
-    ::chmod(probe.c_str(), 0755);
+    std::string probe = test::writeScript(home.path() + "/probe.sh", "echo \"screen=1 input=0\"\n");
 
     auto result = test::runCommand({test::builtExecutable("bin/velmora"), "diagnostics"}, {{"KORVEN_CLI", probe}});
     ASSERT_EQ(result.exitCode, 0) << result.err;
@@ -101,8 +83,7 @@ TEST(ReportCommands, TestConnectionReportsTheRunningServer) {
     EXPECT_NE(stopped.out.find("Turn on \"Open Velmora at Login\""), std::string::npos);
     EXPECT_TRUE(service.requests().empty());
 
-    StandInServer server(home.path() + "/prefix");
-    ASSERT_TRUE(server.started());
+    auto server = standInServer(home.path() + "/prefix");
     test::writeFile(home.configHome() + "/autostart/velmora.desktop", "[Desktop Entry]\n");
     auto running = test::runCommand({velmora, "test-connection"}, {{"VELMORA_SERVICE_URL", service.baseURL()}});
     ASSERT_EQ(running.exitCode, 0) << running.err;

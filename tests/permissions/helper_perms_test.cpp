@@ -4,6 +4,7 @@
 #include "permissions/app_log.h"
 #include "platform/paths.h"
 #include "settings/keys.h"
+#include "support/scoped_env.h"
 #include "support/temp_home.h"
 #include "support/log_lines.h"
 
@@ -13,20 +14,9 @@
 #include <sys/stat.h>
 
 using namespace velmora;
-using velmora::test::fileExists;
-using velmora::test::logMessages;
-using velmora::test::readFile;
-using velmora::test::TempHome;
-using velmora::test::writeFile;
+using namespace velmora::test;
 
 namespace {
-
-std::string script(const std::string& path, const std::string& body) {
-    writeFile(path, "#!/bin/sh\n" + body);
-    ::chmod(path.c_str(), 0755);
-    return path;
-}
-
 
 class HelperPermsTest : public ::testing::Test {
 protected:
@@ -40,19 +30,26 @@ protected:
 
     // An installed-looking prefix whose server records each probe and answers `answer`.
     void installServer(const std::string& answer) {
-        script(prefix + "/libexec/velmora/velmora-server",
+        writeScript(prefix + "/libexec/velmora/velmora-server",
                "echo \"$MAC_SHADOW_PERMS $WLOG_LEVEL $*\" >> '" + calls + "'\n" + answer + "\n");
     }
 
-    std::optional<PermStatus> run(const std::shared_ptr<HelperPerms>& perms, const std::string& mode) {
+    // Starts a probe or repair with a completion and waits for that to run on the main queue.
+    std::optional<PermStatus> await(const std::function<void(HelperPerms::Completion)>& start) {
         bool called = false;
         std::optional<PermStatus> result;
-        perms->probe(mode, [&](std::optional<PermStatus> status) {
+        start([&](std::optional<PermStatus> status) {
             called = true;
             result = status;
         });
         EXPECT_TRUE(queue->runUntil([&] { return called; }, 30));
         return result;
+    }
+    std::optional<PermStatus> run(const std::shared_ptr<HelperPerms>& perms, const std::string& mode) {
+        return await([&](HelperPerms::Completion done) { perms->probe(mode, std::move(done)); });
+    }
+    std::optional<PermStatus> repair(const std::shared_ptr<HelperPerms>& perms, const PermRepairPlan& plan) {
+        return await([&](HelperPerms::Completion done) { perms->repair(plan, std::move(done)); });
     }
 
     TempHome home;
@@ -61,31 +58,18 @@ protected:
     std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
 };
 
-}  // namespace
-
-TEST_F(HelperPermsTest, FindsTheHelperInThePrefixUnlessKorvenCliNamesAnother) {
-    installServer("echo screen=1 input=1");
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
-    EXPECT_EQ(perms->helperApp(), prefix + "/libexec/velmora");
-    EXPECT_EQ(perms->helperBinary(), prefix + "/libexec/velmora/velmora-server");
-
-    ::setenv("KORVEN_CLI", "", 1);
-    EXPECT_EQ(HelperPerms::create(queue, platform::DefaultsStore(), prefix)->helperBinary(),
-              prefix + "/libexec/velmora/velmora-server");
-    ::setenv("KORVEN_CLI", "/some/where/server", 1);
-    EXPECT_EQ(HelperPerms::create(queue, platform::DefaultsStore(), prefix)->helperBinary(), "/some/where/server");
-    ::unsetenv("KORVEN_CLI");
-    auto none = HelperPerms::create(queue, platform::DefaultsStore(), home.path() + "/empty");
-    EXPECT_FALSE(none->helperApp());
-    EXPECT_FALSE(none->helperBinary());
+std::chrono::system_clock::time_point utc(int hour, int minute, int second, int millis) {
+    using namespace std::chrono;
+    return sys_days{year{2026} / 11 / 22} + hours{hour} + minutes{minute} + seconds{second} + milliseconds{millis};
 }
+
+}  // namespace
 
 TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
     installServer("echo 'server starting'; echo 'screen=1 input=0'");
     platform::DefaultsStore store;
     auto perms = HelperPerms::create(queue, store, prefix);
     EXPECT_EQ(run(perms, "check"), (PermStatus{true, false}));
-    EXPECT_EQ(perms->last(), (PermStatus{true, false}));
     EXPECT_FALSE(perms->lastProbeFailed());
     EXPECT_FALSE(perms->grantedBefore());
     EXPECT_EQ(readFile(calls), "check ERROR /port:33895\n");
@@ -108,7 +92,7 @@ TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
 }
 
 TEST_F(HelperPermsTest, WithoutAnExecutableServerTheProbeFailsAtOnceAndQuietly) {
-    script(home.path() + "/not-executable", "echo screen=1 input=1");
+    writeScript(home.path() + "/not-executable", "echo screen=1 input=1");
     ::chmod((home.path() + "/not-executable").c_str(), 0644);
     ::setenv("KORVEN_CLI", (home.path() + "/not-executable").c_str(), 1);
     auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
@@ -143,37 +127,22 @@ TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
     auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
     // Linux keeps no privacy lists: the repair still runs the request probe.
     EXPECT_FALSE(perms->resetTool);
-    bool requested = false;
-    perms->repair(permRepairPlan({false, false}, false), [&](std::optional<PermStatus>) { requested = true; });
-    ASSERT_TRUE(queue->runUntil([&] { return requested; }, 30));
+    repair(perms, permRepairPlan({false, false}, false));
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
     ::unlink(calls.c_str());
     ::unlink(AppLog::path().c_str());
 
-    perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
+    perms->resetTool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
                                                         "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
                                                         "exit 0\n");
-    bool done = false;
-    std::optional<PermStatus> result;
-    perms->repair(permRepairPlan({true, false}, false), [&](std::optional<PermStatus> status) {
-        done = true;
-        result = status;
-    });
-    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
-    EXPECT_EQ(result, (PermStatus{true, true}));
+    EXPECT_EQ(repair(perms, permRepairPlan({true, false}, false)), (PermStatus{true, true}));
     EXPECT_EQ(readFile(resets), "reset Accessibility com.velmora.shadow\n");
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
     EXPECT_EQ(logMessages(), (std::vector<std::string>{"tccutil reset Accessibility com.velmora.shadow: exit 1 (odd)",
                                                        "permission request: screen=1 input=1"}));
 
     // An empty plan runs no probe and answers with the last status.
-    done = false;
-    perms->repair(permRepairPlan({true, true}, true), [&](std::optional<PermStatus> status) {
-        done = true;
-        result = status;
-    });
-    ASSERT_TRUE(queue->runUntil([&] { return done; }, 30));
-    EXPECT_EQ(result, perms->last());
+    EXPECT_EQ(repair(perms, permRepairPlan({true, true}, true)), perms->last());
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
 }
 
@@ -186,7 +155,7 @@ TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUserAndAToolThatCannotStartIsLog
     EXPECT_EQ(logMessages(), std::vector<std::string>{"tccutil failed: No such file or directory"});
     ::unlink(AppLog::path().c_str());
 
-    perms->resetTool = script(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
+    perms->resetTool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
     perms->cleanUpLegacyEntriesOnce();
     EXPECT_TRUE(store.boolean(Key::legacyAppPermsReset));
     perms->drainQueue();
@@ -207,7 +176,41 @@ TEST_F(HelperPermsTest, OpenPassesOnlyURLsToTheOpener) {
     std::vector<std::string> opened;
     perms->opener = [&](const std::string& url) { opened.push_back(url); };
     for (const char* url : {HelperPerms::screenURL, HelperPerms::inputURL, "file:///tmp/Velmora.log", "", "no url",
-                            "://missing-scheme", "1http://x", "https://a b"})
+                            "1http://x", "https://a b"})
         perms->open(url);
     EXPECT_EQ(opened, (std::vector<std::string>{HelperPerms::screenURL, HelperPerms::inputURL, "file:///tmp/Velmora.log"}));
+}
+
+TEST(AppLog, LinesCarryALocalTimeStampWithMillisecondsAfterAColon) {
+    test::ScopedEnv zone("TZ", "UTC");
+    ::tzset();
+    EXPECT_EQ(AppLog::line("permission check: screen=1 input=0", utc(9, 5, 7, 4)),
+              "[09:05:07:004] [Velmora app] permission check: screen=1 input=0\n");
+    EXPECT_EQ(AppLog::timestamp(utc(23, 59, 59, 999)), "23:59:59:999");
+    {
+        test::ScopedEnv berlin("TZ", "CET-1");
+        ::tzset();
+        EXPECT_EQ(AppLog::timestamp(utc(23, 0, 0, 0)), "00:00:00:000") << "local time, not UTC";
+    }
+    ::tzset();
+}
+
+TEST(AppLog, AppendsWholeLinesInCallOrderWithoutEscapingLineBreaks) {
+    test::TempHome home;
+    EXPECT_EQ(AppLog::path(), home.stateHome() + "/velmora/Velmora.log");
+    platform::makeDirectories(platform::logDirectory());
+    test::writeFile(AppLog::path(), "server output\n");
+    AppLog::write("first");
+    AppLog::write("two\nlines");
+    std::string log = test::readFile(AppLog::path());
+    ASSERT_EQ(std::count(log.begin(), log.end(), '\n'), 4) << log;
+    EXPECT_EQ(log.rfind("server output\n[", 0), 0u);
+    EXPECT_NE(log.find("] [Velmora app] first\n["), std::string::npos);
+    EXPECT_NE(log.find("] [Velmora app] two\nlines\n"), std::string::npos) << "the second line has no prefix";
+}
+
+TEST(AppLog, AMissingFolderDropsTheLineSilentlyAndIsNotCreated) {
+    test::TempHome home;
+    AppLog::write("nobody will see this");
+    EXPECT_FALSE(test::fileExists(platform::logDirectory()));
 }

@@ -9,15 +9,10 @@ namespace {
 std::optional<PermStatus> status(bool screen, bool input) { return PermStatus{screen, input}; }
 }  // namespace
 
-TEST(PermProbe, TheLastQualifyingLineWins) {
+TEST(PermProbe, TheLastLineOfTheExactFormWins) {
     EXPECT_EQ(parsePermProbe("noise\nscreen=1 input=1\n"), status(true, true));
-    EXPECT_EQ(parsePermProbe("screen=1 input=1\nscreen=0 input=1"), status(false, true));
-    EXPECT_EQ(parsePermProbe("screen=1 input=0\nscreen=yes input=1\n"), status(true, false));
-    EXPECT_EQ(parsePermProbe("screen=0 input=0\n\n\n"), status(false, false));
-    EXPECT_EQ(parsePermProbe("   screen=1    input=0 "), status(true, false));
-}
-
-TEST(PermProbe, LinesQualifyOnlyInTheExactForm) {
+    EXPECT_EQ(parsePermProbe("screen=1 input=0\nscreen=yes input=1\n\n"), status(true, false));
+    EXPECT_EQ(parsePermProbe("   screen=0    input=0 "), status(false, false));
     for (const char* rejected : {"", "\n\n", "screen=1\tinput=0", "screen=1 input=0 extra", "input=1 screen=1",
                                  "screen=1x input=0", "screens=1 input=0", "screen= input=1", "screen=1 input=",
                                  "screen=1 input=01", "screen=1", "Screen=1 input=1", "screen=1\xC2\xA0input=1"})
@@ -35,20 +30,8 @@ TEST(PermProbe, EveryKindOfLineBreakEndsALine) {
     EXPECT_FALSE(parsePermProbe("screen=1\xC5\x85 input=1"));
 }
 
-TEST(PermProbe, LaunchPlanAsksOnTheProbePortWithQuietLogging) {
-    LaunchPlan plan = permProbeLaunch("request", {{"HOME", "/h"}, {"MAC_SHADOW_PERMS", "old"}, {"WLOG_LEVEL", "TRACE"}});
-    EXPECT_EQ(plan.arguments, std::vector<std::string>{"/port:33895"});
-    EXPECT_EQ(plan.environment,
-              (Environment{{"HOME", "/h"}, {"MAC_SHADOW_PERMS", "request"}, {"WLOG_LEVEL", "ERROR"}}));
-}
-
-TEST(PermStatus, MissingServicesAndRepairPlans) {
-    EXPECT_EQ(PermStatus({false, false}).missingServices(), (std::vector<std::string>{"ScreenCapture", "Accessibility"}));
-    EXPECT_TRUE(PermStatus({true, true}).allOK());
-    EXPECT_FALSE(PermStatus({true, false}).allOK());
-
+TEST(PermStatus, RepairPlansResetOnlyWhatIsMissing) {
     EXPECT_EQ(permRepairPlan({true, true}, true), PermRepairPlan{});
     EXPECT_EQ(permRepairPlan({false, true}, true), (PermRepairPlan{{"ScreenCapture"}, true, true}));
-    EXPECT_EQ(permRepairPlan({true, false}, false), (PermRepairPlan{{"Accessibility"}, true, false}));
     EXPECT_EQ(permRepairPlan({false, false}, true), (PermRepairPlan{{"ScreenCapture", "Accessibility"}, true, true}));
 }

@@ -27,27 +27,10 @@ protected:
 }  // namespace
 
 TEST_F(Settings, AFreshUserGetsTheDocumentedDefaultsAndNothingIsWritten) {
-    ServerSettings s = read();
-    EXPECT_EQ(s.port, 3389);
-    EXPECT_DOUBLE_EQ(s.scale, 0.75);
-    EXPECT_EQ(s.fps, 30);
-    EXPECT_TRUE(s.adaptiveFps);
-    EXPECT_FALSE(s.cursor);
-    EXPECT_TRUE(s.requireLogin);
-    EXPECT_FALSE(s.avc444);
-    EXPECT_TRUE(s.ctrlAsCmd);
-    EXPECT_TRUE(s.audio);
-    EXPECT_TRUE(s.clipboard);
-    EXPECT_EQ(s.maxPixels, 2073600);
-    EXPECT_EQ(s.remoteScreen, RemoteScreen::mirror);
-    EXPECT_TRUE(s.videoEncoder);
-    EXPECT_EQ(s.bitrateMbps, 10);
-    EXPECT_EQ(s.maxWidth, 0);
-    EXPECT_EQ(s.h264Profile, "baseline");
-    EXPECT_EQ(s.h264GopSec, 0);
-    EXPECT_EQ(s.sizeAlign, 2);
-    EXPECT_EQ(s.nlaLogin, std::nullopt);
-    EXPECT_EQ(s.statsFile, home.dataHome() + "/velmora/server-stats.json");
+    // The registered defaults are the settings' own (which the plan tests spell out).
+    ServerSettings expected;
+    expected.statsFile = home.dataHome() + "/velmora/server-stats.json";
+    EXPECT_EQ(read(), expected);
     EXPECT_TRUE(std::filesystem::is_directory(home.dataHome() + "/velmora")) << "asking for the path makes its folder";
     EXPECT_TRUE(store.boolean(Key::autoStart));
     EXPECT_TRUE(store.boolean(Key::usagePing));
@@ -61,8 +44,6 @@ TEST_F(Settings, PortsOutsideTheUserRangeReadAsTheRdpPort) {
     }
     store.set(Key::port, std::string("not a number"));
     EXPECT_EQ(read().port, 3389);
-    EXPECT_EQ(settingsPort(1024), 1024);
-    EXPECT_EQ(settingsPort(-5), std::nullopt);
 }
 
 TEST_F(Settings, RemoteScreenFallsBackToTheLegacyKeyOnlyWithoutAValidValue) {

@@ -1,20 +1,19 @@
 #include "support/e2e_harness.h"
 
-#include "core/environment.h"
+#include "netcheck/net_info.h"
 #include "support/run_command.h"
+#include "support/temp_home.h"
 
-#include <arpa/inet.h>
+#include <algorithm>
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -34,8 +33,7 @@ Clock::time_point deadlineAfter(double seconds) {
 
 // The fields of /proc/<pid>/stat after the command name: state, ppid, ...
 std::optional<std::pair<char, pid_t>> stateAndParent(pid_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text = readFile("/proc/" + std::to_string(pid) + "/stat");
     auto close = text.rfind(')');
     if (close == std::string::npos) return std::nullopt;
     std::istringstream rest(text.substr(close + 1));
@@ -153,34 +151,17 @@ Xvfb::~Xvfb() {
     }
 }
 
-int freeLoopbackPort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
-    socklen_t length = sizeof address;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-        throw std::runtime_error("no free loopback port");
-    ::close(fd);
-    return ntohs(address.sin_port);
+bool eventually(const std::function<bool()>& condition, double seconds) {
+    for (auto deadline = deadlineAfter(seconds); !condition(); std::this_thread::sleep_for(pollInterval))
+        if (Clock::now() >= deadline) return false;
+    return true;
 }
 
 bool waitForListening(int port, double seconds, BackgroundProcess* owner) {
-    auto deadline = deadlineAfter(seconds);
-    for (;;) {
-        int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-        ::close(fd);
-        if (connected) return true;
-        if (Clock::now() >= deadline || (owner && owner->waitForExit(0))) return false;
-        std::this_thread::sleep_for(pollInterval);
-    }
+    bool ended = false;
+    return eventually([&] { return NetInfo::canConnect("127.0.0.1", port) || (ended = owner && owner->waitForExit(0)); },
+                      seconds) &&
+           !ended;
 }
 
 bool processAlive(pid_t pid) {
@@ -189,12 +170,7 @@ bool processAlive(pid_t pid) {
 }
 
 bool waitForProcessGone(pid_t pid, double seconds) {
-    auto deadline = deadlineAfter(seconds);
-    while (processAlive(pid)) {
-        if (Clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(pollInterval);
-    }
-    return true;
+    return eventually([&] { return !processAlive(pid); }, seconds);
 }
 
 pid_t parentOf(pid_t pid) {
@@ -212,28 +188,18 @@ std::vector<pid_t> childrenOf(pid_t pid) {
 }
 
 std::string commandLineOf(pid_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    for (char& c : text)
-        if (c == '\0') c = ' ';
+    std::string text = readFile("/proc/" + std::to_string(pid) + "/cmdline");
+    std::replace(text.begin(), text.end(), '\0', ' ');
     return text;
 }
 
-int rdpAuthOnly(const std::string& display, int port, const std::string& user,
-                const std::string& password, const std::string& security) {
+int rdpClient(const std::string& display, int port, const std::string& user, const std::string& password,
+              const std::string& security, bool authOnly) {
     // xfreerdp opens the display even when it only authenticates.
-    auto result = runCommand({"/usr/bin/timeout", "60", "/usr/bin/xfreerdp",
-                              "/v:127.0.0.1:" + std::to_string(port), "/u:" + user, "/p:" + password,
-                              "/cert:ignore", "/sec:" + security, "+auth-only"},
-                             {{"DISPLAY", display}});
-    return result.exitCode;
-}
-
-int rdpTlsSession(const std::string& display, int port, const std::string& user, const std::string& password) {
-    auto result = runCommand({"/usr/bin/timeout", "60", "/usr/bin/xfreerdp", "/v:127.0.0.1:" + std::to_string(port),
-                              "/u:" + user, "/p:" + password, "/cert:ignore", "/sec:tls"},
-                             {{"DISPLAY", display}});
-    return result.exitCode;
+    std::vector<std::string> argv{"/usr/bin/timeout", "60", "/usr/bin/xfreerdp", "/v:127.0.0.1:" + std::to_string(port),
+                                  "/u:" + user, "/p:" + password, "/cert:ignore", "/sec:" + security};
+    if (authOnly) argv.push_back("+auth-only");
+    return runCommand(argv, {{"DISPLAY", display}}).exitCode;
 }
 
 }  // namespace velmora::test

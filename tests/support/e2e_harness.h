@@ -2,6 +2,7 @@
 // End-to-end pieces for tests: a private Xvfb display, free loopback ports, long-running child
 // processes that are always ended, and the real RDP client in authentication-only mode.
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -52,8 +53,8 @@ private:
     std::unique_ptr<BackgroundProcess> process_;
 };
 
-// A loopback TCP port nobody listens on right now.
-int freeLoopbackPort();
+// Polls `condition` until it holds (true) or `seconds` have passed (false).
+bool eventually(const std::function<bool()>& condition, double seconds);
 // Polls connect() to 127.0.0.1:port until it is accepted or `seconds` have passed; gives up early
 // when `owner` (if given) has ended.
 bool waitForListening(int port, double seconds, BackgroundProcess* owner = nullptr);
@@ -67,11 +68,9 @@ std::vector<pid_t> childrenOf(pid_t pid);
 // The NUL-separated command line of `pid`, as one string with spaces.
 std::string commandLineOf(pid_t pid);
 
-// xfreerdp /sec:nla (or /sec:tls) +auth-only against 127.0.0.1:port; its exit code (0: logged in).
-int rdpAuthOnly(const std::string& display, int port, const std::string& user,
-                const std::string& password, const std::string& security = "nla");
-// A whole xfreerdp /sec:tls session, for the server's account check, which comes after the point
-// where +auth-only stops; its exit code (non-zero: refused). Ended after 60 s if it is let in.
-int rdpTlsSession(const std::string& display, int port, const std::string& user, const std::string& password);
+// xfreerdp against 127.0.0.1:port with /sec:<security>, +auth-only unless `authOnly` is false (a
+// whole session, ended after 60 s if it is let in: exit code 124); its exit code (0: logged in).
+int rdpClient(const std::string& display, int port, const std::string& user, const std::string& password,
+              const std::string& security = "nla", bool authOnly = true);
 
 }  // namespace velmora::test

@@ -1,27 +1,17 @@
 #include "support/http_server.h"
 
-#include <arpa/inet.h>
+#include "support/loopback.h"
+
 #include <cctype>
-#include <netinet/in.h>
 #include <poll.h>
-#include <stdexcept>
+#include <sstream>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace velmora::test {
 
 HttpServer::HttpServer() {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listener_ < 0) throw std::runtime_error("socket failed");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-        throw std::runtime_error("could not listen on loopback");
-    port_ = ntohs(address.sin_port);
+    listener_ = listeningLoopbackSocket(port_);
     thread_ = std::thread([this] { serve(); });
 }
 
@@ -63,41 +53,31 @@ void HttpServer::serve() {
 
 void HttpServer::handle(int connection) {
     std::string data;
-    char buffer[8192];
-    std::size_t headerEnd = std::string::npos;
-    std::size_t contentLength = 0;
     HttpRequest request;
-    for (;;) {
+    std::size_t headerEnd = std::string::npos, contentLength = 0;
+    while (headerEnd == std::string::npos || data.size() < headerEnd + 4 + contentLength) {
+        char buffer[8192];
         pollfd waiting{connection, POLLIN, 0};
-        if (::poll(&waiting, 1, 5000) < 1) return;
-        ssize_t n = ::read(connection, buffer, sizeof buffer);
+        ssize_t n = ::poll(&waiting, 1, 5000) < 1 ? -1 : ::read(connection, buffer, sizeof buffer);
         if (n <= 0) return;
         data.append(buffer, static_cast<std::size_t>(n));
-        if (headerEnd == std::string::npos) {
-            headerEnd = data.find("\r\n\r\n");
-            if (headerEnd == std::string::npos) continue;
-            std::size_t lineEnd = data.find("\r\n");
-            std::string first = data.substr(0, lineEnd);
-            std::size_t space = first.find(' ');
-            request.method = first.substr(0, space);
-            request.path = first.substr(space + 1, first.find(' ', space + 1) - space - 1);
-            std::size_t at = lineEnd + 2;
-            while (at < headerEnd) {
-                std::size_t end = data.find("\r\n", at);
-                std::string line = data.substr(at, end - at);
-                at = end + 2;
-                std::size_t colon = line.find(':');
-                if (colon == std::string::npos) continue;
-                std::string name = line.substr(0, colon);
-                for (auto& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-                std::string value = line.substr(colon + 1);
-                while (!value.empty() && value.front() == ' ') value.erase(0, 1);
-                request.headers[name] = value;
-            }
-            if (auto found = request.headers.find("content-length"); found != request.headers.end())
-                contentLength = std::stoul(found->second);
+        if (headerEnd != std::string::npos || (headerEnd = data.find("\r\n\r\n")) == std::string::npos) continue;
+        // "METHOD /path HTTP/1.1", then "Name: value" lines.
+        std::istringstream head(data.substr(0, headerEnd));
+        std::string line;
+        std::getline(head, line);
+        std::istringstream(line) >> request.method >> request.path;
+        while (std::getline(head, line)) {
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            std::size_t colon = line.find(':');
+            if (colon == std::string::npos) continue;
+            std::string name = line.substr(0, colon);
+            for (auto& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            std::size_t value = line.find_first_not_of(' ', colon + 1);
+            request.headers[name] = value == std::string::npos ? "" : line.substr(value);
         }
-        if (data.size() >= headerEnd + 4 + contentLength) break;
+        if (auto found = request.headers.find("content-length"); found != request.headers.end())
+            contentLength = std::stoul(found->second);
     }
     request.body = data.substr(headerEnd + 4, contentLength);
     // Recorded before answering: a client that has its answer can count on the request being seen.

@@ -31,10 +31,13 @@ int boundSocket(int& port) {
 
 }  // namespace
 
-LoopbackListener::LoopbackListener() {
-    listener_ = boundSocket(port_);
-    if (::listen(listener_, 16) != 0) throw std::runtime_error("listen failed");
+int listeningLoopbackSocket(int& port) {
+    int fd = boundSocket(port);
+    if (::listen(fd, 16) != 0) throw std::runtime_error("listen failed");
+    return fd;
 }
+
+LoopbackListener::LoopbackListener() { listener_ = listeningLoopbackSocket(port_); }
 
 LoopbackListener::~LoopbackListener() {
     for (int fd : sockets_) ::close(fd);

@@ -26,4 +26,7 @@ private:
 // A loopback port on which nothing listens (bound to learn a free number, then closed).
 int closedLoopbackPort();
 
+// A close-on-exec socket listening on an ephemeral 127.0.0.1 port, which goes to `port`.
+int listeningLoopbackSocket(int& port);
+
 }  // namespace velmora::test

