@@ -1,12 +1,12 @@
 #include "app/app_delegate.h"
 #include "app/settings_form.h"
 
-#include "../process/child_scripts.h"
 #include "core/manual_queue.h"
 #include "nla/login_form.h"
 #include "nla/nla_login.h"
 #include "permissions/app_log.h"
 #include "platform/paths.h"
+#include "support/e2e_harness.h"
 #include "support/keyring.h"
 #include "support/log_lines.h"
 #include "support/temp_home.h"
@@ -207,7 +207,7 @@ TEST_F(SettingsFormTest, SavingRestartsARunningServerWithTheNewPortAfterHidingTh
         screen.events.push_back("hide");
         EXPECT_TRUE(app->supervisor()->running()) << "hidden before the restart";
     }));
-    EXPECT_FALSE(test::processExists(first));
+    EXPECT_FALSE(test::processAlive(first));
     ASSERT_TRUE(queue->runUntil([&] { return app->supervisor()->running(); }, 30));
     EXPECT_NE(app->supervisor()->task()->pid(), first);
     auto messages = test::logMessages();

@@ -4,6 +4,7 @@
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "process/spawn.h"
+#include "support/e2e_harness.h"
 #include "support/run_command.h"
 #include "support/temp_home.h"
 
@@ -22,14 +23,6 @@ using velmora::test::writeFile;
 
 namespace {
 
-
-bool eventually(const std::function<bool()>& condition) {
-    for (int i = 0; i < 20000; ++i) {
-        if (condition()) return true;
-        ::usleep(1000);
-    }
-    return condition();
-}
 
 class HeadlessTest : public ::testing::Test {
 protected:
@@ -76,7 +69,7 @@ TEST_F(HeadlessTest, StopsLeftoversSupervisesTheServerAndReportsMissingPermissio
 
     auto velmora = startVelmora();
     // The crash is followed by a restart on the event loop's timer, two seconds later.
-    ASSERT_TRUE(eventually([&] { return log().find("fake server /port:3389") != std::string::npos; })) << log();
+    ASSERT_TRUE(test::eventually([&] { return log().find("fake server /port:3389") != std::string::npos; }, 20)) << log();
     EXPECT_TRUE(leftover->wait(30));
     EXPECT_EQ(leftover->exitCode(), 143);
     pid_t serverPid = std::stoi(readFile(home.path() + "/server.pid"));
@@ -109,7 +102,7 @@ TEST_F(HeadlessTest, StopsLeftoversSupervisesTheServerAndReportsMissingPermissio
     std::filesystem::remove(platform::logFilePath());
     velmora = startVelmora();
     const std::string line = "Velmora Server lacks permission (Accessibility)";
-    ASSERT_TRUE(eventually([&] { return readFile(errPath).find(line) != std::string::npos; })) << readFile(errPath);
+    ASSERT_TRUE(test::eventually([&] { return readFile(errPath).find(line) != std::string::npos; }, 20)) << readFile(errPath);
     ::kill(velmora->pid(), SIGINT);
     ASSERT_TRUE(velmora->wait(30));
     EXPECT_EQ(velmora->exitCode(), 0);
@@ -128,7 +121,7 @@ TEST_F(HeadlessTest, OneVelmoraPerUserAndACrashedOneDoesNotBlockTheNext) {
                       "echo $$ > '" + home.path() + "/server.pid'\n"
                       "exec '" + installed + "' 1000\n");
     auto first = startVelmora("first");
-    ASSERT_TRUE(eventually([&] { return test::fileExists(home.path() + "/server.pid"); })) << log();
+    ASSERT_TRUE(test::eventually([&] { return test::fileExists(home.path() + "/server.pid"); }, 20)) << log();
     pid_t serverPid = std::stoi(readFile(home.path() + "/server.pid"));
 
     auto second = startVelmora("second");
@@ -145,11 +138,11 @@ TEST_F(HeadlessTest, OneVelmoraPerUserAndACrashedOneDoesNotBlockTheNext) {
     ASSERT_TRUE(first->wait(30));
     std::filesystem::remove(home.path() + "/server.pid");
     auto third = startVelmora("third");
-    ASSERT_TRUE(eventually([&] { return test::fileExists(home.path() + "/server.pid"); })) << log();
+    ASSERT_TRUE(test::eventually([&] { return test::fileExists(home.path() + "/server.pid"); }, 20)) << log();
     EXPECT_NE(log().find("] [Velmora app] stopped 1 Velmora Server left over from an earlier run (it held the port)\n"),
               std::string::npos)
         << log();
-    EXPECT_TRUE(eventually([&] { return ::kill(serverPid, 0) != 0; }));
+    EXPECT_TRUE(test::eventually([&] { return ::kill(serverPid, 0) != 0; }, 20));
     ::kill(third->pid(), SIGTERM);
     ASSERT_TRUE(third->wait(30));
     EXPECT_EQ(third->exitCode(), 0);
