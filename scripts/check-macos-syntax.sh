@@ -13,8 +13,9 @@ if ! command -v "$compiler" >/dev/null; then
   exit 0
 fi
 
+# Darwin's own additions to POSIX headers this machine's C library has too, with Apple's values.
 flags=(-std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -isystem scripts/macos-stubs -Isrc
-       -DPOSIX_SPAWN_CLOEXEC_DEFAULT=0x4000)
+       -DPOSIX_SPAWN_CLOEXEC_DEFAULT=0x4000 -D_CS_DARWIN_USER_TEMP_DIR=65537)
 status=0
 for file in src/platform/macos/*.cpp src/platform/macos/*.mm; do
   case $file in

@@ -4,6 +4,7 @@
 #include "netcheck/http.h"
 #include "netcheck/service_url.h"
 #include "platform/command_output.h"
+#include "platform/descriptors.h"
 #include "platform/system_info.h"
 
 #include <algorithm>
@@ -120,7 +121,7 @@ bool isLinkLocal(std::string_view ip) { return startsWith(ip, "169.254."); }
 bool canConnect(const std::string& host, std::int32_t port, double timeoutSeconds) {
     if (port < 0 || port > 65535) return false;
     // Close-on-exec from the start: never handed to a child another thread spawns meanwhile.
-    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    FileDescriptor socket{platform::closeOnExecSocket(AF_INET, SOCK_STREAM, 0)};
     if (socket.fd < 0) return false;
     sockaddr_in address{};
     address.sin_family = AF_INET;

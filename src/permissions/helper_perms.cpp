@@ -4,6 +4,7 @@
 #include "core/text.h"
 #include "permissions/app_log.h"
 #include "permissions/perm_probe.h"
+#include "platform/descriptors.h"
 #include "platform/helper_location.h"
 #include "platform/paths.h"
 #include "process/spawn.h"
@@ -21,7 +22,7 @@ namespace {
 void resetEntry(const std::optional<std::string>& tool, const std::string& service, const std::string& bundleID) {
     if (!tool) return;
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
+    if (platform::closeOnExecPipe(ends) != 0) {
         HelperPerms::log("tccutil failed: " + Spawn::Failure(errno).reason());
         return;
     }

@@ -1,5 +1,6 @@
 #include "platform/command_output.h"
 
+#include "platform/descriptors.h"
 #include "platform/spawn_attributes.h"
 
 #include <cerrno>
@@ -16,7 +17,7 @@ namespace velmora::platform {
 std::optional<std::string> commandOutput(const std::string& program, const std::vector<std::string>& arguments) {
     int ends[2];
     // Close-on-exec from the start: neither end may leak into children other threads start meanwhile.
-    if (::pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+    if (closeOnExecPipe(ends) != 0) return std::nullopt;
 
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;

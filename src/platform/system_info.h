@@ -22,6 +22,10 @@ std::string platformUUID();
 // is Linux's /sys/class/net, another folder in tests.
 bool isPhysicalInterface(const std::string& name, const std::string& classNet = "/sys/class/net");
 
+// Whether a window system can be reached to show the tray icon and windows on (Linux: DISPLAY,
+// WAYLAND_DISPLAY or an explicit Qt platform; macOS: always).
+bool graphicalSessionAvailable();
+
 // The program that lists open network connections (lsof).
 std::string connectionListerPath();
 

@@ -1,6 +1,7 @@
 #include "process/spawn.h"
 
 #include "core/text.h"
+#include "platform/descriptors.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "platform/spawn_attributes.h"
@@ -143,7 +144,7 @@ std::optional<std::string> output(const std::string& path, const std::vector<std
     int ends[2];
     // Close-on-exec from the start: other threads may spawn meanwhile, and their children must not
     // keep our write end open.
-    if (::pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+    if (platform::closeOnExecPipe(ends) != 0) return std::nullopt;
     const int readEnd = ends[0];
     struct Closer {
         int fd;

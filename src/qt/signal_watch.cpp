@@ -1,5 +1,7 @@
 #include "qt/signal_watch.h"
 
+#include "platform/descriptors.h"
+
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -22,7 +24,7 @@ void handleSignal(int) {
 }  // namespace
 
 std::unique_ptr<SignalWatch> SignalWatch::install(std::function<void()> onSignal) {
-    if (signalPipe[0] < 0 && ::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) return nullptr;
+    if (signalPipe[0] < 0 && platform::closeOnExecPipe(signalPipe, true) != 0) return nullptr;
     std::unique_ptr<SignalWatch> watch(new SignalWatch(std::move(onSignal)));
     struct sigaction action{};
     action.sa_handler = handleSignal;

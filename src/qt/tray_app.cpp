@@ -2,6 +2,7 @@
 
 #include "app/app_delegate.h"
 #include "platform/instance_lock.h"
+#include "platform/system_info.h"
 #include "qt/application_loop.h"
 #include "qt/headless.h"
 #include "qt/instance_channel.h"
@@ -13,21 +14,8 @@
 #include <QApplication>
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace velmora {
-
-namespace {
-
-bool haveDisplay() {
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"})
-        if (const char* value = std::getenv(name); value && value[0]) return true;
-    // An explicit platform (offscreen, vnc) needs no display variable.
-    const char* platform = std::getenv("QT_QPA_PLATFORM");
-    return platform && platform[0];
-}
-
-}  // namespace
 
 int runTray(int argc, char** argv) {
     auto lock = platform::InstanceLock::acquire();
@@ -38,7 +26,7 @@ int runTray(int argc, char** argv) {
         std::fprintf(stderr, "velmora: %s but does not answer\n", alreadyRunningText().c_str());
         return 1;
     }
-    if (!haveDisplay()) {
+    if (!platform::graphicalSessionAvailable()) {
         std::fputs("velmora: no display to show the menu on; use \"velmora --headless\" to run the server without one\n",
                    stderr);
         return 2;

@@ -2,6 +2,7 @@
 
 #include "core/text.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
@@ -57,6 +58,12 @@ bool isPhysicalInterface(const std::string& name, const std::string& classNet) {
     if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) return false;
     struct stat info{};
     return ::stat((classNet + "/" + name + "/device").c_str(), &info) == 0;
+}
+
+bool graphicalSessionAvailable() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        if (const char* value = std::getenv(name); value && value[0]) return true;
+    return false;
 }
 
 std::string connectionListerPath() { return "/usr/bin/lsof"; }

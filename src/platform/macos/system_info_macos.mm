@@ -57,6 +57,8 @@ std::string platformUUID() {
 
 bool isPhysicalInterface(const std::string& name, const std::string&) { return name.rfind("en", 0) == 0; }
 
+bool graphicalSessionAvailable() { return true; }
+
 std::string connectionListerPath() { return "/usr/sbin/lsof"; }
 
 }  // namespace velmora::platform
