@@ -27,6 +27,15 @@ protected:
     void SetUp() override {
         if (!Spawn::findServers().empty()) GTEST_SKIP() << "a Velmora server is running on this machine";
     }
+    // Whatever a failed assertion left running.
+    void TearDown() override {
+        for (auto& velmora : started) {
+            if (!velmora->isRunning()) continue;
+            ::kill(velmora->pid(), SIGKILL);
+            velmora->wait(10);
+        }
+        if (test::fileExists(home.path() + "/server.pid")) ::kill(std::stoi(readFile(home.path() + "/server.pid")), SIGKILL);
+    }
 
     std::shared_ptr<SpawnedProcess> startVelmora(const std::string& errName) {
         Environment environment = processEnvironment();
@@ -36,6 +45,7 @@ protected:
         auto velmora = Spawn::start(test::builtExecutable("bin/velmora"), {"--headless"}, environment, std::nullopt,
                                     err, false);
         ::close(err);
+        started.push_back(velmora);
         return velmora;
     }
 
@@ -44,6 +54,7 @@ protected:
     TempHome home;
     std::string server = home.path() + "/server";
     std::string errPath;
+    std::vector<std::shared_ptr<SpawnedProcess>> started;
 };
 
 }  // namespace
