@@ -9,6 +9,8 @@
 #include <QPainter>
 #include <QPixmap>
 
+#include <cstdio>
+
 namespace velmora {
 
 namespace {
@@ -64,6 +66,14 @@ void TrayView::becomeAccessory() {
 }
 
 void TrayView::createStatusItem() {
+    // GNOME without its AppIndicator extension shows no tray icons at all: say so rather than
+    // running unseen.
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+        const char* message = "this desktop shows no tray icons, so Velmora's menu cannot appear; add a tray "
+                              "(for example GNOME's AppIndicator extension) or run \"velmora --headless\"";
+        HelperPerms::log(message);
+        std::fprintf(stderr, "velmora: %s\n", message);
+    }
     tray_ = std::make_unique<QSystemTrayIcon>();
     tray_->setIcon(statusIcon(false));
     tray_->setToolTip(QStringLiteral("Velmora"));
