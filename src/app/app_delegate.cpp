@@ -112,10 +112,7 @@ void AppDelegate::applicationDidFinishLaunching() {
         auto self = weak.lock();
         if (!self || !status || status->allOK()) return;
         // The same continuation as "Repair Permissions" with a stopped server: the user starts it.
-        self->showPermissions({false, true, [weak] {
-                                   if (auto again = weak.lock()) again->supervisor_->startServer();
-                               },
-                               status});
+        self->showPermissions({false, true, self->startServerLater(), status});
     });
 }
 
@@ -152,6 +149,12 @@ void AppDelegate::minuteTick() {
         retryStart_ = nullptr;
         retry();
     }
+}
+
+std::function<void()> AppDelegate::startServerLater() {
+    return [weak = weak_from_this()] {
+        if (auto self = weak.lock()) self->supervisor_->startServer();
+    };
 }
 
 void AppDelegate::showPermissions(PermissionsRequest request, bool quietRepeat) {
@@ -208,21 +211,13 @@ void AppDelegate::toggleLogin() {
 }
 
 void AppDelegate::checkPermissions() {
-    std::weak_ptr<AppDelegate> weak = weak_from_this();
-    showPermissions({false, true, [weak] {
-                         if (auto self = weak.lock()) self->supervisor_->startServer();
-                     },
-                     helperPerms_->last()});
+    showPermissions({false, true, startServerLater(), helperPerms_->last()});
 }
 
 void AppDelegate::repairPermissions() {
     bool wasRunning = supervisor_->running();
     supervisor_->stopServer();
-    std::weak_ptr<AppDelegate> weak = weak_from_this();
-    showPermissions({wasRunning, true, [weak] {
-                         if (auto self = weak.lock()) self->supervisor_->startServer();
-                     },
-                     helperPerms_->last()});
+    showPermissions({wasRunning, true, startServerLater(), helperPerms_->last()});
 }
 
 void AppDelegate::testConnection() {

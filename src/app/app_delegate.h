@@ -86,6 +86,8 @@ private:
     // already reported without a window.
     void showPermissions(PermissionsRequest request, bool quietRepeat = false);
     void minuteTick();
+    // What the permissions window's continuation does: start the server, if this object still exists.
+    std::function<void()> startServerLater();
 
     std::shared_ptr<MainQueue> mainQueue_;
     platform::DefaultsStore store_;

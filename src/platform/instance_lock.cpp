@@ -2,7 +2,6 @@
 
 #include "platform/paths.h"
 
-#include <cerrno>
 #include <charconv>
 #include <fcntl.h>
 #include <string>
@@ -27,7 +26,7 @@ std::optional<InstanceLock> InstanceLock::acquire() {
     }
     std::string pid = std::to_string(::getpid()) + "\n";
     // Only informative (a second launch names the first); the lock itself is what counts.
-    if (::ftruncate(fd, 0) == 0 && ::pwrite(fd, pid.data(), pid.size(), 0) < 0) errno = 0;
+    [[maybe_unused]] bool named = ::ftruncate(fd, 0) == 0 && ::pwrite(fd, pid.data(), pid.size(), 0) > 0;
     return InstanceLock(fd);
 }
 

@@ -5,7 +5,6 @@
 #include <QApplication>
 #include <QCursor>
 #include <QFont>
-#include <QGuiApplication>
 #include <QPainter>
 #include <QPixmap>
 
