@@ -54,8 +54,8 @@ std::optional<PermStatus> parseLine(std::string_view line) {
         }
     }
     if (pieces.size() != 2) return std::nullopt;
-    auto screen = flag(pieces[0], "screen=");
-    auto input = flag(pieces[1], "input=");
+    auto screen = flag(pieces[0], Contract::Probe::screen);
+    auto input = flag(pieces[1], Contract::Probe::input);
     if (!screen || !input) return std::nullopt;
     return PermStatus{*screen, *input};
 }
@@ -64,10 +64,10 @@ std::optional<PermStatus> parseLine(std::string_view line) {
 
 LaunchPlan permProbeLaunch(const std::string& mode, const Environment& baseEnvironment) {
     LaunchPlan plan;
-    plan.arguments = {"/port:" + std::to_string(PermConst::probePort)};
+    plan.arguments = {std::string(Contract::Switch::port) + std::to_string(PermConst::probePort)};
     plan.environment = baseEnvironment;
-    plan.environment["MAC_SHADOW_PERMS"] = mode;
-    plan.environment["WLOG_LEVEL"] = "ERROR";  // only the server's errors during a probe
+    plan.environment[std::string(Contract::Env::probe)] = mode;
+    plan.environment[std::string(Contract::Env::logLevel)] = "ERROR";  // only the server's errors during a probe
     return plan;
 }
 

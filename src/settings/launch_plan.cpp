@@ -1,9 +1,9 @@
 #include "settings/launch_plan.h"
 
+#include "core/server_contract.h"
 #include "core/text.h"
 #include "platform/paths.h"
 
-#include <cstdio>
 
 namespace velmora {
 
@@ -11,50 +11,53 @@ namespace {
 
 std::string flag(bool on) { return on ? "1" : "0"; }
 
-void setOrRemove(Environment& env, const std::string& name, bool present, const std::string& value) {
-    if (present) env[name] = value;
-    else env.erase(name);
+void setOrRemove(Environment& env, std::string_view name, bool present, const std::string& value) {
+    if (present) env[std::string(name)] = value;
+    else env.erase(std::string(name));
 }
+
+std::string& set(Environment& env, std::string_view name) { return env[std::string(name)]; }
 
 }  // namespace
 
 LaunchPlan buildLaunchPlan(const Environment& baseEnvironment, const ServerSettings& s) {
+    using namespace Contract;
     LaunchPlan plan;
     const bool nla = s.requireLogin && s.nlaLogin.has_value();
 
     auto& args = plan.arguments;
-    args.push_back("/port:" + std::to_string(s.port));
-    args.push_back(s.requireLogin ? "+auth" : "-auth");
-    args.push_back("/sec:tls");
-    if (nla) args.push_back("+sec-nla");
-    args.push_back(s.avc444 ? "+gfx-avc444" : "-gfx-avc444");
-    if (!s.cursor) args.push_back("+server-side-cursor");
-    args.push_back("/max-connections:" + std::to_string(maxConnections));
+    args.push_back(std::string(Switch::port) + std::to_string(s.port));
+    args.emplace_back(s.requireLogin ? Switch::authOn : Switch::authOff);
+    args.emplace_back(Switch::tls);
+    if (nla) args.emplace_back(Switch::nla);
+    args.emplace_back(s.avc444 ? Switch::avc444On : Switch::avc444Off);
+    if (!s.cursor) args.emplace_back(Switch::serverSideCursor);
+    args.push_back(std::string(Switch::maxConnections) + std::to_string(Contract::maxConnections));
 
     Environment& env = plan.environment;
     env = baseEnvironment;
-    env.try_emplace("WLOG_LEVEL", "INFO");  // an inherited level is kept
-    env["MAC_SHADOW_SCALE"] = text::fixedDecimal(s.scale, 2);
-    env["MAC_SHADOW_FPS"] = std::to_string(s.fps);
-    env["MAC_SHADOW_ADAPTIVE_FPS"] = flag(s.adaptiveFps);
-    env["MAC_SHADOW_CURSOR"] = flag(s.cursor);
-    env["MAC_SHADOW_MAX_PIXELS"] = std::to_string(s.maxPixels);
-    env["MAC_SHADOW_VIRTUAL"] = s.remoteScreen == RemoteScreen::real ? "never" : "auto";
-    env["MAC_SHADOW_MIRROR"] = flag(s.remoteScreen == RemoteScreen::mirror);
-    env["MAC_SHADOW_AUDIO"] = flag(s.audio);
-    env["MAC_SHADOW_CLIPBOARD"] = flag(s.clipboard);
-    env["FREERDP_VIDEOTOOLBOX_ENCODER"] = flag(s.videoEncoder);
-    env["MAC_SHADOW_BITRATE_MBPS"] = std::to_string(s.bitrateMbps);
-    setOrRemove(env, "MAC_SHADOW_MAX_WIDTH", s.maxWidth >= 1, std::to_string(s.maxWidth));
-    env["MAC_SHADOW_CTRL_AS_CMD"] = flag(s.ctrlAsCmd);
-    setOrRemove(env, "MAC_SHADOW_STATS_FILE", s.statsFile.has_value(), s.statsFile.value_or(""));
+    env.try_emplace(std::string(Env::logLevel), "INFO");  // an inherited level is kept
+    set(env, Env::scale) = text::fixedDecimal(s.scale, 2);
+    set(env, Env::fps) = std::to_string(s.fps);
+    set(env, Env::adaptiveFps) = flag(s.adaptiveFps);
+    set(env, Env::cursor) = flag(s.cursor);
+    set(env, Env::maxPixels) = std::to_string(s.maxPixels);
+    set(env, Env::virtualDisplay) = s.remoteScreen == RemoteScreen::real ? "never" : "auto";
+    set(env, Env::mirror) = flag(s.remoteScreen == RemoteScreen::mirror);
+    set(env, Env::audio) = flag(s.audio);
+    set(env, Env::clipboard) = flag(s.clipboard);
+    set(env, Env::videoToolbox) = flag(s.videoEncoder);
+    set(env, Env::bitrateMbps) = std::to_string(s.bitrateMbps);
+    setOrRemove(env, Env::maxWidth, s.maxWidth >= 1, std::to_string(s.maxWidth));
+    set(env, Env::ctrlAsCmd) = flag(s.ctrlAsCmd);
+    setOrRemove(env, Env::statsFile, s.statsFile.has_value(), s.statsFile.value_or(""));
     const bool knownProfile = s.h264Profile == "baseline" || s.h264Profile == "main" || s.h264Profile == "high";
-    env["MAC_SHADOW_H264_PROFILE"] = knownProfile ? s.h264Profile : "baseline";
-    setOrRemove(env, "MAC_SHADOW_H264_GOP_SEC", s.h264GopSec >= 1, std::to_string(s.h264GopSec));
+    set(env, Env::h264Profile) = knownProfile ? s.h264Profile : "baseline";
+    setOrRemove(env, Env::h264GopSec, s.h264GopSec >= 1, std::to_string(s.h264GopSec));
     const bool knownAlign = s.sizeAlign == 4 || s.sizeAlign == 8 || s.sizeAlign == 16;
-    env["MAC_SHADOW_SIZE_ALIGN"] = knownAlign ? std::to_string(s.sizeAlign) : "2";
-    setOrRemove(env, "MAC_SHADOW_NLA", nla, s.nlaLogin.value_or(""));
-    env["MAC_SHADOW_PARENT_WATCH"] = "1";
+    set(env, Env::sizeAlign) = knownAlign ? std::to_string(s.sizeAlign) : "2";
+    setOrRemove(env, Env::nlaLogin, nla, s.nlaLogin.value_or(""));
+    set(env, Env::parentWatch) = "1";
     return plan;
 }
 

@@ -2,6 +2,7 @@
 // The server's command line and environment for one settings snapshot.
 
 #include "core/environment.h"
+#include "core/server_contract.h"
 #include "settings/server_settings.h"
 
 #include <string>
@@ -17,7 +18,7 @@ struct LaunchPlan {
 };
 
 // The most RDP clients the server accepts at once.
-inline constexpr int maxConnections = 5;
+inline constexpr int maxConnections = Contract::maxConnections;
 
 // A pure function: the same inputs always give the same plan.
 LaunchPlan buildLaunchPlan(const Environment& baseEnvironment, const ServerSettings& settings);

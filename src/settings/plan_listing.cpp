@@ -1,5 +1,7 @@
 #include "settings/plan_listing.h"
 
+#include "core/server_contract.h"
+
 #include <set>
 
 namespace velmora {
@@ -17,7 +19,7 @@ std::string planListing(const LaunchPlan& plan, const Environment& own) {
         if (planned == plan.environment.end()) {
             out += "-" + name + "\n";
         } else if (inherited == own.end() || inherited->second != planned->second) {
-            out += name + "=" + (name == "MAC_SHADOW_NLA" ? std::string("[removed]") : planned->second) + "\n";
+            out += name + "=" + (name == Contract::Env::nlaLogin ? std::string("[removed]") : planned->second) + "\n";
         }
     }
     return out;
