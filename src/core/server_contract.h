@@ -60,6 +60,17 @@ inline constexpr int port = 33895;
 // The answer: one line of exactly these two pieces, separated by a space, each followed by 0 or 1.
 inline constexpr std::string_view screen = "screen=";
 inline constexpr std::string_view input = "input=";
+// Where nothing can be switched on in a list (Linux), a line before the answer may say why a
+// permission is missing: "cause=" and one of the words below, then a space and the display name
+// where one is involved ("cause=display-refused :0").
+inline constexpr std::string_view cause = "cause=";
+namespace Cause {
+inline constexpr std::string_view noDisplay = "no-display";                // DISPLAY is not set
+inline constexpr std::string_view displayRefused = "display-refused";      // the display would not let us in
+inline constexpr std::string_view screenUnreadable = "screen-unreadable";  // the root window cannot be read
+inline constexpr std::string_view noXtest = "no-xtest";                    // no XTEST: no remote keyboard and mouse
+inline constexpr std::string_view wayland = "wayland";                     // a Wayland session (XWayland shows nothing)
+}  // namespace Cause
 }  // namespace Probe
 
 // The most RDP clients the server accepts at once.
