@@ -8,8 +8,9 @@ cd "$(dirname "$0")/.."
 
 # macOS code stays in src/platform/macos and if(APPLE), Linux code in its folders, and the macOS
 # adapters compile against stand-ins for Apple's headers: checked first, since they need no build.
-echo "== platform isolation"
+echo "== platform isolation and layers"
 scripts/check-platform-isolation.sh
+scripts/check-layers.sh
 scripts/check-macos-syntax.sh
 
 scripts/setup.sh default

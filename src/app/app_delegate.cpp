@@ -4,7 +4,7 @@
 #include "app/updater.h"
 #include "core/app_version.h"
 #include "core/text.h"
-#include "core/work_queue.h"
+#include "platform/work_queue.h"
 #include "netcheck/connection_test.h"
 #include "netcheck/diagnostics.h"
 #include "netcheck/net_info.h"
@@ -18,49 +18,62 @@ namespace velmora {
 
 namespace {
 
-// A file:// URL for an absolute path, with everything but unreserved characters and "/" escaped.
-std::string fileURL(const std::string& path) {
-    static constexpr char hex[] = "0123456789ABCDEF";
-    std::string url = "file://";
-    for (unsigned char c : path) {
-        bool plain = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
-                     c == '.' || c == '_' || c == '~' || c == '/';
-        if (plain) {
-            url += static_cast<char>(c);
-        } else {
-            url += '%';
-            url += hex[c >> 4];
-            url += hex[c & 15];
-        }
-    }
-    return url;
+// "Velmora Server lacks permission (Accessibility)", for where no window can say it.
+std::string lacksPermissionText(const std::optional<PermStatus>& status) {
+    std::string missing = status ? text::join(status->missingServices(), ", ") : "unknown";
+    return "Velmora Server lacks permission (" + missing + ")";
 }
 
 }  // namespace
 
-std::shared_ptr<AppDelegate> AppDelegate::create(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store,
-                                                 AppView& view, Desktop& desktop, Options options) {
-    return std::shared_ptr<AppDelegate>(
-        new AppDelegate(std::move(mainQueue), std::move(store), view, desktop, std::move(options)));
+std::shared_ptr<AppDelegate> AppDelegate::create(Setup setup) {
+    return std::shared_ptr<AppDelegate>(new AppDelegate(std::move(setup)));
 }
 
-AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store, AppView& view,
-                         Desktop& desktop, Options options)
-    : mainQueue_(std::move(mainQueue)),
-      store_(std::move(store)),
-      view_(view),
-      desktop_(desktop),
-      options_(std::move(options)) {
-    if (!options_.stopLeftovers) options_.stopLeftovers = [] { return Spawn::stopLeftovers(); };
-    // The services keep their own copies of the store, so they get the registered layer now;
-    // start-up registers again and migrates, which is what writes.
+AppDelegate::AppDelegate(Setup setup)
+    : mainQueue_(setup.mainQueue),
+      view_(setup.view),
+      desktop_(setup.desktop),
+      store_(std::move(setup.store)),
+      stopLeftovers_(std::move(setup.stopLeftovers)) {
+    if (!stopLeftovers_) stopLeftovers_ = [] { return Spawn::stopLeftovers(); };
+    // The registered layer is in place before anything reads; start-up registers again and
+    // migrates, which is what may write.
     store_.registerDefaults(registeredSettingsDefaults());
-    helperPerms_ = options_.bundleRoot ? HelperPerms::create(mainQueue_, store_, *options_.bundleRoot)
-                                       : HelperPerms::create(mainQueue_, store_);
-    helperPerms_->opener = [&desktop](const std::string& url) { desktop.openURL(url); };
-    supervisor_ = ServerSupervisor::create(mainQueue_, helperPerms_, store_);
-    supervisor_->stopGrace = options_.stopGrace;
+    helperPerms_ = HelperPerms::create(
+        mainQueue_, store_, {.bundleRoot = setup.bundleRoot, .openURL = [this](const std::string& url) { desktop_.openURL(url); }});
+    supervisor_ = ServerSupervisor::create(mainQueue_, *this, setup.stopGrace);
+    std::string version = appVersion();
+    usage_ = UsageService::create(mainQueue_, store_,
+                                  UsagePing::create(mainQueue_, usageMachineIdentifier(), version.empty() ? "0" : version),
+                                  {});
     settingsForm_ = std::make_unique<SettingsForm>(store_, desktop_, supervisor_, [this] { updateUI(); });
+}
+
+AppDelegate::~AppDelegate() {
+    if (tick_) tick_->cancel();
+}
+
+PermissionsController& AppDelegate::permissions() {
+    if (!permissions_)
+        permissions_ = PermissionsController::create(mainQueue_, helperPerms_, [this](PermissionsController& owner) {
+            return view_.makePermissionsWindow(owner);
+        });
+    return *permissions_;
+}
+
+std::optional<std::string> AppDelegate::serverExecutable() const { return helperPerms_->helperBinary(); }
+
+void AppDelegate::checkServerPermissions(std::function<void(StartPermission)> answer) {
+    helperPerms_->check([answer = std::move(answer)](std::optional<PermStatus> status) {
+        answer(!status ? StartPermission::noAnswer : status->allOK() ? StartPermission::granted : StartPermission::missing);
+    });
+}
+
+ServerSettings AppDelegate::settingsForLaunch() { return currentSettings(store_); }
+
+void AppDelegate::permissionsMissing(std::function<void()> startAgain) {
+    showPermissions({true, std::move(startAgain), helperPerms_->last()}, true);
 }
 
 std::vector<MenuItem> AppDelegate::menuItems() { return StatusMenu::items(Updater::available); }
@@ -69,37 +82,12 @@ void AppDelegate::applicationDidFinishLaunching() {
     view_.becomeAccessory();
     registerDefaultsAndMigrate(store_);
     view_.createStatusItem();
-    std::string version = appVersion();
-    if (version.empty()) version = "0";
     view_.buildMenu(menuItems());
-
-    std::weak_ptr<AppDelegate> weak = weak_from_this();
-    supervisor_->refreshMenu = [weak] {
-        if (auto self = weak.lock()) self->updateUI();
-    };
-    supervisor_->setStatusLine = [weak](const std::string& title) {
-        if (auto self = weak.lock()) self->view_.setStatusLine(title);
-    };
-    supervisor_->showPermissions = [weak](std::function<void()> ready) {
-        auto self = weak.lock();
-        if (!self) return;
-        self->showPermissions({true, true, std::move(ready), self->helperPerms_->last()}, true);
-    };
-
-    UsageService::Options usageOptions;
-    usageOptions.serverRunning = [weak] {
-        auto self = weak.lock();
-        return self && self->supervisor_->running();
-    };
-    usage_ = UsageService::create(*mainQueue_, store_, UsagePing::create(*mainQueue_, usageMachineIdentifier(), version),
-                                  usageOptions);
     updateUI();
-    usage_->start([weak] {
-        if (auto self = weak.lock()) self->minuteTick();
-    });
+    scheduleTick();
 
     helperPerms_->cleanUpLegacyEntriesOnce();
-    int stopped = options_.stopLeftovers();
+    int stopped = stopLeftovers_();
     if (stopped >= 1)
         HelperPerms::log("stopped " + std::to_string(stopped) +
                          " Velmora Server left over from an earlier run (it held the port)");
@@ -108,16 +96,17 @@ void AppDelegate::applicationDidFinishLaunching() {
         supervisor_->startServer();
         return;
     }
+    std::weak_ptr<AppDelegate> weak = weak_from_this();
     helperPerms_->check([weak](std::optional<PermStatus> status) {
         auto self = weak.lock();
         if (!self || !status || status->allOK()) return;
         // The same continuation as "Repair Permissions" with a stopped server: the user starts it.
-        self->showPermissions({false, true, self->startServerLater(), status});
+        self->showPermissions({false, self->startServerLater(), status});
     });
 }
 
 void AppDelegate::applicationWillTerminate() {
-    if (usage_) usage_->stop();
+    if (tick_) tick_->cancel();
     supervisor_->stopServer();
 }
 
@@ -142,7 +131,18 @@ void AppDelegate::updateUI() {
     view_.show(state);
 }
 
+void AppDelegate::scheduleTick() {
+    std::weak_ptr<AppDelegate> weak = weak_from_this();
+    tick_ = mainQueue_.postAfter(tickSeconds, [weak] {
+        if (auto self = weak.lock()) {
+            self->minuteTick();
+            self->scheduleTick();
+        }
+    });
+}
+
 void AppDelegate::minuteTick() {
+    usage_->usageTick(supervisor_->running());
     updateUI();
     // Without a permissions window nobody else would ever continue that start.
     if (auto retry = std::move(retryStart_)) {
@@ -158,10 +158,17 @@ std::function<void()> AppDelegate::startServerLater() {
 }
 
 void AppDelegate::showPermissions(PermissionsRequest request, bool quietRepeat) {
-    bool repeat = quietRepeat && reportedWithoutWindow_ && reportedWithoutWindow_ == request.lastKnown;
-    if (!repeat && view_.showPermissions(request)) {
-        reportedWithoutWindow_.reset();
+    if (view_.showsWindows()) {
+        permissions().show(request.autoContinue, true, std::move(request.onReady));
         return;
+    }
+    bool repeat = quietRepeat && reportedWithoutWindow_ && reportedWithoutWindow_ == request.lastKnown;
+    if (!repeat) {
+        std::string message = lacksPermissionText(request.lastKnown) +
+                              ": it could not read the X display or found no XTEST; the server was not started";
+        if (request.autoContinue) message += " (checking again every minute)";
+        HelperPerms::log(message);
+        view_.notify(message);
     }
     reportedWithoutWindow_ = request.lastKnown;
     if (request.autoContinue) retryStart_ = std::move(request.onReady);
@@ -192,7 +199,7 @@ void AppDelegate::toggleServer() {
     updateUI();
 }
 
-void AppDelegate::openSettings() { view_.openSettings(); }
+void AppDelegate::openSettings() { view_.openSettings(*settingsForm_); }
 
 void AppDelegate::toggleAutoStart() {
     store_.set(Key::autoStart, !store_.boolean(Key::autoStart));
@@ -210,14 +217,12 @@ void AppDelegate::toggleLogin() {
     updateUI();
 }
 
-void AppDelegate::checkPermissions() {
-    showPermissions({false, true, startServerLater(), helperPerms_->last()});
-}
+void AppDelegate::checkPermissions() { showPermissions({false, startServerLater(), helperPerms_->last()}); }
 
 void AppDelegate::repairPermissions() {
     bool wasRunning = supervisor_->running();
     supervisor_->stopServer();
-    showPermissions({wasRunning, true, startServerLater(), helperPerms_->last()});
+    showPermissions({wasRunning, startServerLater(), helperPerms_->last()});
 }
 
 void AppDelegate::testConnection() {
@@ -225,7 +230,7 @@ void AppDelegate::testConnection() {
     auto addresses = NetInfo::localAddresses();
     const bool running = supervisor_->running();
     std::weak_ptr<AppDelegate> weak = weak_from_this();
-    globalQueue().async([weak, link = mainQueue_->link(), port, running, addresses = std::move(addresses)]() mutable {
+    platform::globalQueue().async([weak, link = mainQueue_.link(), port, running, addresses = std::move(addresses)]() mutable {
         auto test = std::make_shared<ConnectionTest>(runConnectionTest(port, running, std::move(addresses)));
         link->post([weak, test] {
             auto self = weak.lock();
@@ -237,7 +242,7 @@ void AppDelegate::testConnection() {
     });
 }
 
-void AppDelegate::showLog() { desktop_.openURL(fileURL(platform::logFilePath())); }
+void AppDelegate::showLog() { desktop_.openURL(text::fileURL(platform::logFilePath())); }
 
 void AppDelegate::copyDiagnostics() {
     std::weak_ptr<AppDelegate> weak = weak_from_this();
@@ -251,7 +256,7 @@ void AppDelegate::copyDiagnostics() {
                                                  self->supervisor_->running(), permissions, platform::logFilePath());
         self->desktop_.copyText(report);
         self->view_.setStatusLine(Diagnostics::copiedTitle);
-        self->mainQueue_->postAfter(Diagnostics::copiedTitleSeconds, [weak] {
+        self->mainQueue_.postAfter(Diagnostics::copiedTitleSeconds, [weak] {
             if (auto again = weak.lock()) again->updateUI();
         });
     });

@@ -1,16 +1,20 @@
 #pragma once
 // What the application object needs from the screen, as small interfaces: the status item and its
 // menu, windows, alerts, the clipboard, URL opening and the login item. The Qt binding implements
-// them with widgets, --headless with lines on standard error, tests in memory.
+// them with widgets, --headless with lines on standard error, tests in memory. The windows get
+// their presenters (SettingsForm, PermissionsController) from the application object through it.
 
-#include "permissions/perm_status.h"
+#include "permissions/permissions_controller.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace velmora {
+
+class SettingsForm;
 
 enum class MenuAction {
     none,  // the status line and separators
@@ -62,17 +66,6 @@ struct Alert {
     bool operator==(const Alert&) const = default;
 };
 
-// How the permissions window is asked to open.
-struct PermissionsRequest {
-    bool autoContinue = false;           // close and run onReady by itself once all is allowed
-    bool repair = true;                  // start a repair at once
-    std::function<void()> onReady;       // what continuing does (start the server)
-    std::optional<PermStatus> lastKnown; // the status that made the request, when known
-};
-
-// "Velmora Server lacks permission (Accessibility)", for where no window can say it.
-std::string lacksPermissionText(const PermissionsRequest& request);
-
 // The status item, its menu and the windows.
 class AppView {
 public:
@@ -87,10 +80,14 @@ public:
     // Retitles only the status line (until the next show()).
     virtual void setStatusLine(const std::string& title) = 0;
 
-    virtual void openSettings() = 0;
-    // The permissions window; false when there is none to show (the caller then keeps trying on
-    // its own).
-    virtual bool showPermissions(const PermissionsRequest& request) = 0;
+    // Whether this view has windows at all (--headless has none).
+    virtual bool showsWindows() const { return true; }
+    // The settings window bound to `form`: built on first use, then filled and brought to the front.
+    virtual void openSettings(SettingsForm& form) = 0;
+    // The permissions window drawn for `controller`, made on its first showing.
+    virtual std::unique_ptr<PermissionsWindowView> makePermissionsWindow(PermissionsController& controller) = 0;
+    // A message for the user where no window says it (a notification, a console line).
+    virtual void notify(const std::string& message) = 0;
 };
 
 // The desktop around the application.

@@ -1,6 +1,5 @@
 #include "app/console_view.h"
 
-#include "permissions/helper_perms.h"
 #include "platform/login_item.h"
 
 namespace velmora {
@@ -15,15 +14,8 @@ void ConsoleView::show(const MenuState& state) {
     say(line);
 }
 
-void ConsoleView::openSettings() { say("a second Velmora asked for the settings window, which --headless does not have"); }
-
-bool ConsoleView::showPermissions(const PermissionsRequest& request) {
-    std::string message =
-        lacksPermissionText(request) + ": it could not read the X display or found no XTEST; the server was not started";
-    if (request.autoContinue) message += " (checking again every minute)";
-    HelperPerms::log(message);
-    say(message);
-    return false;
+void ConsoleView::openSettings(SettingsForm&) {
+    say("a second Velmora asked for the settings window, which --headless does not have");
 }
 
 int ConsoleView::runAlert(const Alert& alert) {

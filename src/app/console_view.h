@@ -1,6 +1,6 @@
 #pragma once
 // The application's screen in --headless: no menu and no windows; each change of the server's
-// state is one line on standard error, and what would open a window is printed and logged.
+// state is one line on standard error, and so is what a window or notification would say.
 
 #include "app/app_view.h"
 
@@ -19,8 +19,10 @@ public:
     void buildMenu(const std::vector<MenuItem>&) override {}
     void show(const MenuState& state) override;
     void setStatusLine(const std::string&) override {}
-    void openSettings() override;
-    bool showPermissions(const PermissionsRequest& request) override;
+    bool showsWindows() const override { return false; }
+    void openSettings(SettingsForm&) override;
+    std::unique_ptr<PermissionsWindowView> makePermissionsWindow(PermissionsController&) override { return nullptr; }
+    void notify(const std::string& message) override { say(message); }
 
     int runAlert(const Alert& alert) override;
     void copyText(const std::string&) override {}

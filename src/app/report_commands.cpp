@@ -31,16 +31,16 @@ platform::DefaultsStore readOnlyStore() {
 
 // The server's own answer about its permissions, as "Copy Diagnostics" asks for it; empty when the
 // server cannot be asked.
-std::vector<Diagnostics::Permission> probedPermissions(const platform::DefaultsStore& store) {
-    auto queue = std::make_shared<ManualQueue>();
-    auto perms = HelperPerms::create(queue, store);
+std::vector<Diagnostics::Permission> probedPermissions(platform::DefaultsStore& store) {
+    ManualQueue queue;
+    auto perms = HelperPerms::create(queue, store, {});
     bool answered = false;
     std::optional<PermStatus> status;
     perms->check([&](std::optional<PermStatus> result) {
         status = result;
         answered = true;
     });
-    queue->runUntil([&] { return answered; }, 30.0);
+    queue.runUntil([&] { return answered; }, 30.0);
     perms->drainQueue();
     if (!status) return {};
     return Diagnostics::permissionEntries(status->screen, status->input);

@@ -2,10 +2,11 @@
 
 #include "nla/login_form.h"
 #include "nla/nla_login.h"
-#include "permissions/app_log.h"
+#include "netcheck/net_info.h"
+#include "platform/app_log.h"
+#include "platform/words.h"
 #include "process/server_supervisor.h"
 #include "settings/keys.h"
-#include "settings/remote_screen.h"
 #include "settings/settings_store.h"
 
 #include <openssl/crypto.h>
@@ -48,47 +49,66 @@ std::int64_t SettingsForm::fieldInteger(const std::string& text) {
     return negative ? -value : value;
 }
 
+std::vector<const Setting*> SettingsForm::rows() {
+    std::vector<const Setting*> rows;
+    for (const Setting& setting : settingsTable())
+        if (setting.control != SettingControl::none) rows.push_back(&setting);
+    return rows;
+}
+
+std::string SettingsForm::note() { return NetInfo::afterRestartNote(true); }
+
+namespace {
+
+// The item a stored value selects.
+int selectedChoice(const Setting& setting, const platform::DefaultsValue& value) {
+    const auto& choices = setting.choices;
+    if (setting.match == ChoiceMatch::atLeast) {
+        auto* number = std::get_if<std::int64_t>(&value);
+        int index = 0;
+        for (std::size_t i = 0; i < choices.size(); ++i)
+            if (number && *number >= choices[i].from) index = static_cast<int>(i);
+        return index;
+    }
+    for (std::size_t i = 0; i < choices.size(); ++i)
+        if (choices[i].value == value) return static_cast<int>(i);
+    return setting.match == ChoiceMatch::exactOrNone ? -1 : 0;
+}
+
+// The value an item index saves: an index outside the list saves the nearest item, or the
+// setting's default where the table says so.
+platform::DefaultsValue chosenValue(const Setting& setting, int index) {
+    const int last = static_cast<int>(setting.choices.size()) - 1;
+    if ((index < 0 || index > last) && setting.unselectedSavesDefault) return setting.fallback;
+    return setting.choices[static_cast<std::size_t>(std::clamp(index, 0, last))].value;
+}
+
+}  // namespace
+
 SettingsFields SettingsForm::fill() const {
     SettingsFields fields;
-    fields.port = std::to_string(store_.integer(Key::port));
-    // The slider keeps its own range, whatever is stored.
-    double scale = store_.real(Key::scale) * 100;
-    fields.scale = std::isnan(scale) ? 25.0 : std::clamp(scale, 25.0, 100.0);
-
-    auto select = [](const auto& choices, const std::string& title) {
-        for (std::size_t i = 0; i < choices.size(); ++i)
-            if (title == choices[i].title) return static_cast<int>(i);
-        return -1;
-    };
-    fields.fps = select(SettingsChoices::fps, std::to_string(store_.integer(Key::fps)));
-    fields.bitrate = select(SettingsChoices::bitrate, std::to_string(store_.integer(Key::bitrate)) + " Mbit/s");
-
-    switch (store_.integer(Key::maxWidth)) {
-        case 4096: fields.maxWidth = 1; break;
-        case 5120: fields.maxWidth = 2; break;
-        case 7680: fields.maxWidth = 3; break;
-        default: fields.maxWidth = 0;
+    for (const Setting* setting : rows()) {
+        ControlValue& value = fields.controls[setting->key];
+        switch (setting->control) {
+            case SettingControl::none: break;
+            // The port as stored, even when it is out of range.
+            case SettingControl::portField: value = std::to_string(store_.integer(setting->key)); break;
+            case SettingControl::slider: {
+                // The slider keeps its own range, whatever is stored.
+                double percent = store_.real(setting->key) * 100;
+                value = std::isnan(percent) ? sliderMinimum : std::clamp(percent, sliderMinimum, sliderMaximum);
+                break;
+            }
+            case SettingControl::popUp: value = selectedChoice(*setting, readSetting(*setting, store_)); break;
+            case SettingControl::checkBox: value = store_.boolean(setting->key); break;
+        }
     }
-    std::int64_t pixels = store_.integer(Key::maxSize);
-    fields.maxSize = pixels < 3000000 ? 0 : pixels < 6000000 ? 1 : 2;
-
-    RemoteScreen screen = remoteScreenFrom(store_.string(Key::remoteScreen), store_.string(Key::virtualMode));
-    auto found = std::find(allRemoteScreens.begin(), allRemoteScreens.end(), screen);
-    fields.remoteScreen = found == allRemoteScreens.end() ? 0 : static_cast<int>(found - allRemoteScreens.begin());
-
-    fields.cursor = store_.boolean(Key::cursor);
-    fields.auth = store_.boolean(Key::auth);
-    fields.ctrl = store_.boolean(Key::ctrlCmd);
-    fields.avc = store_.boolean(Key::avc444);
-    fields.audio = store_.boolean(Key::audio);
-    fields.clipboard = store_.boolean(Key::clipboard);
-    fields.hwenc = store_.boolean(Key::hwenc);
 
     auto user = NLALogin::user(NLALogin::load());
     fields.nlaUser = user.value_or("");
     fields.nlaPass.clear();
     fields.nlaPassPlaceholder = user ? SettingsText::placeholderUnchanged : SettingsText::placeholderPassword;
-    fields.nlaStatus = user ? SettingsText::loginSet : SettingsText::loginNotSet;
+    fields.nlaStatus = user ? SettingsText::loginSet : platform::say(platform::words::loginNotSet);
     return fields;
 }
 
@@ -105,41 +125,31 @@ bool SettingsForm::save(SettingsFields& fields, const std::function<void()>& hid
         return false;
     }
 
-    auto port = settingsPort(fieldInteger(fields.port));
+    const std::string portText = fields.get<std::string>(Key::port);
+    auto port = settingsPort(fieldInteger(portText));
     if (!port) {
-        alert(SettingsText::portAlertTitle, "\"" + fields.port + "\"" + SettingsText::portAlertTail);
+        alert(SettingsText::portAlertTitle, "\"" + portText + "\"" + SettingsText::portAlertTail);
         return false;
     }
     std::int64_t oldPort = store_.integer(Key::port);
     if (*port != oldPort)
-        AppLog::write("port changed in Settings: " + std::to_string(oldPort) + " -> " + std::to_string(*port));
-    store_.set(Key::port, *port);
+        platform::AppLog::write("port changed in Settings: " + std::to_string(oldPort) + " -> " +
+                                std::to_string(*port));
 
-    store_.set(Key::scale, fields.scale >= 100 ? 1.0 : std::max(fields.scale, 25.0) / 100);
-
-    std::string fpsTitle = fields.fps >= 0 && fields.fps < static_cast<int>(SettingsChoices::fps.size())
-                               ? SettingsChoices::fps[static_cast<std::size_t>(fields.fps)].title
-                               : "30";
-    std::int64_t fps = fieldInteger(fpsTitle);
-    store_.set(Key::fps, fps > 0 ? fps : std::int64_t{30});
-
-    auto pick = [](const auto& choices, int index) {
-        return choices[static_cast<std::size_t>(std::clamp(index, 0, static_cast<int>(choices.size()) - 1))].value;
-    };
-    store_.set(Key::maxSize, pick(SettingsChoices::maxSize, fields.maxSize));
-    int screen = std::clamp(fields.remoteScreen, 0, static_cast<int>(allRemoteScreens.size()) - 1);
-    store_.set(Key::remoteScreen, rawValue(allRemoteScreens[static_cast<std::size_t>(screen)]));
-
-    store_.set(Key::cursor, fields.cursor);
-    store_.set(Key::auth, fields.auth);
-    store_.set(Key::ctrlCmd, fields.ctrl);
-    store_.set(Key::avc444, fields.avc);
-    store_.set(Key::audio, fields.audio);
-    store_.set(Key::clipboard, fields.clipboard);
-    store_.set(Key::hwenc, fields.hwenc);
-
-    store_.set(Key::bitrate, pick(SettingsChoices::bitrate, fields.bitrate));
-    store_.set(Key::maxWidth, pick(SettingsChoices::maxWidth, fields.maxWidth));
+    for (const Setting* setting : rows()) {
+        const std::string key = setting->key;
+        switch (setting->control) {
+            case SettingControl::none: break;
+            case SettingControl::portField: store_.set(key, *port); break;
+            case SettingControl::slider: {
+                double percent = fields.get<double>(key);
+                store_.set(key, percent >= sliderMaximum ? 1.0 : std::max(percent, sliderMinimum) / 100);
+                break;
+            }
+            case SettingControl::popUp: store_.set(key, chosenValue(*setting, fields.get<int>(key))); break;
+            case SettingControl::checkBox: store_.set(key, fields.get<bool>(key)); break;
+        }
+    }
 
     if (hideWindow) hideWindow();
     // A restart applies every setting; a stopped server picks them up at its next start.

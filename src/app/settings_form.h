@@ -1,67 +1,52 @@
 #pragma once
-// The settings window without its widgets: what every control shows when the window opens (read
-// afresh from the defaults store and the keyring) and what "Save and Restart" does with what the
-// controls hold (validate, store, hide, restart a running server). The Qt window only binds its
-// controls to SettingsFields. Main thread only.
+// The settings window without its widgets: which controls it has (the settings table's rows with
+// a control), what each shows when the window opens (read afresh from the defaults store and the
+// keyring) and what "Save and Restart" does with what the controls hold (validate, store, hide,
+// restart a running server). The Qt window only binds its controls to SettingsFields. Main thread
+// only.
 
 #include "app/app_view.h"
 #include "platform/defaults_store.h"
+#include "settings/settings_table.h"
 
-#include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <variant>
+#include <vector>
 
 namespace velmora {
 
 class ServerSupervisor;
 
-// The controls' values. Pop-ups hold the selected item's index (-1: none selected); the slider
-// holds the percentage (25 to 100, not rounded).
+// What one control holds: a check box's state, a pop-up's selected index (-1: none), the slider's
+// percentage (25 to 100, not rounded), a text field's text.
+using ControlValue = std::variant<bool, int, double, std::string>;
+
 struct SettingsFields {
-    std::string port;
-    double scale = 75;
-    int fps = -1;
-    int bitrate = -1;
-    int maxSize = 0;
-    int maxWidth = 0;
-    int remoteScreen = 0;
-    bool cursor = false;
-    bool auth = false;
-    bool ctrl = false;
-    bool avc = false;
-    bool audio = false;
-    bool clipboard = false;
-    bool hwenc = false;
+    std::map<std::string, ControlValue> controls;  // by defaults key
     std::string nlaUser;
     std::string nlaPass;
     // Shown only.
     std::string nlaPassPlaceholder;
     std::string nlaStatus;
-};
 
-// A pop-up item: its title and the integer stored for it.
-struct SettingsChoice {
-    const char* title;
-    std::int64_t value;
+    template <typename T>
+    T get(const std::string& key) const {
+        auto found = controls.find(key);
+        if (found == controls.end()) return T{};
+        auto* value = std::get_if<T>(&found->second);
+        return value ? *value : T{};
+    }
 };
-
-namespace SettingsChoices {
-inline constexpr std::array<SettingsChoice, 4> fps{{{"15", 15}, {"24", 24}, {"30", 30}, {"60", 60}}};
-inline constexpr std::array<SettingsChoice, 4> bitrate{
-    {{"5 Mbit/s", 5}, {"10 Mbit/s", 10}, {"20 Mbit/s", 20}, {"40 Mbit/s", 40}}};
-inline constexpr std::array<SettingsChoice, 3> maxSize{
-    {{"1080p (recommended)", 2073600}, {"1440p", 3686400}, {"4K", 8294400}}};
-inline constexpr std::array<SettingsChoice, 4> maxWidth{
-    {{"Automatic", 0}, {"4096 px", 4096}, {"5120 px", 5120}, {"7680 px", 7680}}};
-}  // namespace SettingsChoices
 
 namespace SettingsText {
 inline constexpr const char* windowTitle = "Velmora Settings";
+inline constexpr const char* loginLabel = "Windows login (NLA)";
 inline constexpr const char* loginSet = "Set. Clear the user name to remove it; type a password to change it.";
-inline constexpr const char* loginNotSet =
-    "Not set: Windows clients get TLS only and must send a Mac account password.";
+inline constexpr const char* placeholderUser = "user name";
 inline constexpr const char* placeholderUnchanged = "unchanged";
 inline constexpr const char* placeholderPassword = "password";
 inline constexpr const char* portAlertTitle = "Port";
@@ -71,9 +56,15 @@ inline constexpr const char* portAlertTail =
 
 class SettingsForm {
 public:
+    static constexpr double sliderMinimum = 25;
+    static constexpr double sliderMaximum = 100;
+
     // `refreshMenu` is the status menu's update; everything must outlive the form.
     SettingsForm(platform::DefaultsStore& store, Desktop& desktop, std::shared_ptr<ServerSupervisor> supervisor,
                  std::function<void()> refreshMenu);
+
+    // The settings the window has a control for, in the window's order.
+    static std::vector<const Setting*> rows();
 
     // Every control's value from the stores; the password is always empty.
     SettingsFields fill() const;
@@ -84,6 +75,8 @@ public:
     // case.
     bool save(SettingsFields& fields, const std::function<void()>& hideWindow);
 
+    // The note under the controls (what to mind after a restart).
+    static std::string note();
     // The slider's label: the value truncated toward zero, then "%".
     static std::string scaleText(double value);
     // The port field's integer reading: leading white space, an optional sign and digits; 0 when

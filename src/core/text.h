@@ -39,6 +39,9 @@ std::string shortestDecimal(double value);
 // "-0.5" is -0.5); 0 when there is none, or it is infinite or not a number.
 double leadingNumber(std::string_view text);
 
+// A file:// URL for an absolute path, everything but unreserved characters and "/" escaped.
+std::string fileURL(std::string_view path);
+
 // Lower-case hexadecimal, two digits a byte.
 std::string hex(const unsigned char* bytes, std::size_t count);
 

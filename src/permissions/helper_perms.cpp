@@ -2,7 +2,7 @@
 
 #include "core/environment.h"
 #include "core/text.h"
-#include "permissions/app_log.h"
+#include "platform/app_log.h"
 #include "permissions/perm_probe.h"
 #include "platform/descriptors.h"
 #include "platform/helper_location.h"
@@ -77,25 +77,18 @@ bool looksLikeURL(const std::string& text) {
 
 }  // namespace
 
-std::shared_ptr<HelperPerms> HelperPerms::create(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store) {
-    return create(std::move(mainQueue), std::move(store), platform::bundleRoot());
+std::shared_ptr<HelperPerms> HelperPerms::create(MainQueue& mainQueue, platform::DefaultsStore& store, Setup setup) {
+    return std::shared_ptr<HelperPerms>(new HelperPerms(mainQueue, store, std::move(setup)));
 }
 
-std::shared_ptr<HelperPerms> HelperPerms::create(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store,
-                                                 const std::string& bundleRoot) {
-    return std::shared_ptr<HelperPerms>(new HelperPerms(std::move(mainQueue), std::move(store), bundleRoot));
-}
-
-HelperPerms::HelperPerms(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store,
-                         const std::string& bundleRoot)
-    : queue_(std::make_unique<SerialQueue>("velmora.perms")),
-      mainQueue_(std::move(mainQueue)),
-      store_(std::move(store)) {
-    helperApp_ = platform::helperAppPath(bundleRoot);
-    auto override = environmentValue("KORVEN_CLI");
-    if (override && !override->empty()) helperBinary_ = *override;  // a development override, used as is
-    else if (helperApp_) helperBinary_ = platform::helperExecutablePath(*helperApp_);
-    resetTool = platform::privacyResetTool();
+HelperPerms::HelperPerms(MainQueue& mainQueue, platform::DefaultsStore& store, Setup setup)
+    : queue_(std::make_unique<platform::SerialQueue>("velmora.perms")),
+      mainQueue_(mainQueue),
+      store_(store),
+      openURL_(std::move(setup.openURL)),
+      resetTool_(std::move(setup.resetTool)) {
+    helperApp_ = platform::helperAppPath(setup.bundleRoot);
+    helperBinary_ = platform::serverExecutable(helperApp_);
 }
 
 HelperPerms::~HelperPerms() = default;  // the queue finishes what was queued; that work holds no strong reference
@@ -105,7 +98,7 @@ bool HelperPerms::grantedBefore() const { return store_.boolean(Key::helperPerms
 void HelperPerms::probe(const std::string& mode, Completion completion) {
     if (!helperBinary_ || !Spawn::isExecutableFile(*helperBinary_)) {
         lastProbeFailed_ = true;
-        mainQueue_->post([completion = std::move(completion)] {
+        mainQueue_.post([completion = std::move(completion)] {
             if (completion) completion(std::nullopt);
         });
         return;
@@ -113,7 +106,7 @@ void HelperPerms::probe(const std::string& mode, Completion completion) {
     std::weak_ptr<HelperPerms> weak = weak_from_this();
     // The completion moves on to the main queue: whatever it holds is never released on the queue's
     // own thread (releasing this service there would make its queue join itself).
-    queue_->async([weak, mode, binary = *helperBinary_, mainQueue = mainQueue_->link(),
+    queue_->async([weak, mode, binary = *helperBinary_, mainQueue = mainQueue_.link(),
                    completion = std::move(completion)]() mutable {
         LaunchPlan plan = permProbeLaunch(mode, processEnvironment());
         // The system may put up its own prompts while a request probe waits.
@@ -139,7 +132,7 @@ void HelperPerms::probe(const std::string& mode, Completion completion) {
 
 void HelperPerms::repair(const PermRepairPlan& plan, Completion completion) {
     std::weak_ptr<HelperPerms> weak = weak_from_this();
-    queue_->async([weak, plan, tool = resetTool, app = helperApp_, mainQueue = mainQueue_->link(),
+    queue_->async([weak, plan, tool = resetTool_, app = helperApp_, mainQueue = mainQueue_.link(),
                    completion = std::move(completion)]() mutable {
         if (!weak.expired()) registerApp(app);
         for (const auto& service : plan.resetServices) resetEntry(tool, service, PermConst::helperBundleID);
@@ -153,7 +146,7 @@ void HelperPerms::repair(const PermRepairPlan& plan, Completion completion) {
 }
 
 void HelperPerms::tccReset(const std::string& service, const std::string& bundleID) {
-    resetEntry(resetTool, service, bundleID);
+    resetEntry(resetTool_, service, bundleID);
 }
 
 void HelperPerms::registerHelper() { registerApp(helperApp_); }
@@ -162,17 +155,16 @@ void HelperPerms::cleanUpLegacyEntriesOnce() {
     if (store_.boolean(Key::legacyAppPermsReset)) return;
     // Marked before the work, so it is tried at most once even if it fails or we quit meanwhile.
     store_.set(Key::legacyAppPermsReset, true);
-    queue_->async([tool = resetTool] {
+    queue_->async([tool = resetTool_] {
         resetEntry(tool, PermConst::screenService, PermConst::legacyBundleID);
         resetEntry(tool, PermConst::inputService, PermConst::legacyBundleID);
     });
 }
 
 void HelperPerms::open(const std::string& url) {
-    if (!looksLikeURL(url) || !opener) return;
-    opener(url);
+    if (!looksLikeURL(url) || !openURL_) return;
+    openURL_(url);
 }
 
-void HelperPerms::log(const std::string& message) { AppLog::write(message); }
 
 }  // namespace velmora

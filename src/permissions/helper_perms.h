@@ -5,10 +5,14 @@
 // completions are dropped.
 
 #include "core/main_queue.h"
-#include "core/work_queue.h"
+#include "platform/work_queue.h"
 #include "permissions/perm_repair_plan.h"
 #include "permissions/perm_status.h"
+#include "platform/app_log.h"
 #include "platform/defaults_store.h"
+#include "platform/helper_location.h"
+#include "platform/paths.h"
+#include "platform/work_queue.h"
 
 #include <functional>
 #include <memory>
@@ -28,11 +32,18 @@ public:
     static constexpr const char* inputURL =
         "x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility";
 
-    // `bundleRoot`: the install prefix (Linux) or .app (macOS) to look for the helper in.
-    // KORVEN_CLI, when set and not empty, names the server executable instead.
-    static std::shared_ptr<HelperPerms> create(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store);
-    static std::shared_ptr<HelperPerms> create(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store,
-                                               const std::string& bundleRoot);
+    struct Setup {
+        // The install prefix (Linux) or .app (macOS) to look for the helper in. KORVEN_CLI, when
+        // set and not empty, names the server executable instead.
+        std::string bundleRoot = platform::bundleRoot();
+        // How URLs are opened (the desktop's opener; subsystems have no desktop of their own).
+        Opener openURL{};
+        // The privacy reset tool; absent where the system keeps no such lists (Linux).
+        std::optional<std::string> resetTool = platform::privacyResetTool();
+    };
+
+    // The queue and the store must outlive the service.
+    static std::shared_ptr<HelperPerms> create(MainQueue& mainQueue, platform::DefaultsStore& store, Setup setup);
     ~HelperPerms();
     HelperPerms(const HelperPerms&) = delete;
     HelperPerms& operator=(const HelperPerms&) = delete;
@@ -63,31 +74,28 @@ public:
     void registerHelper();
     // Start-up, main thread: once per user, resets the tray application's own old entries.
     void cleanUpLegacyEntriesOnce();
-    // Opens a URL through `opener`; a string that is no URL does nothing.
+    // Opens a URL through the opener; a string that is no URL does nothing.
     void open(const std::string& url);
 
-    // The application log writer.
-    static void log(const std::string& message);
-
-    // How URLs are opened: the application sets it (subsystems have no desktop access of their own).
-    Opener opener;
-    // The privacy reset tool; absent on Linux. Tests point it at a script.
-    std::optional<std::string> resetTool;
+    // The application log writer, by the name the permission service is known by.
+    static void log(const std::string& message) { platform::AppLog::write(message); }
 
     // Blocks until the work queued so far has run (tests, and orderly shutdown).
     void drainQueue() { queue_->drain(); }
 
 private:
-    HelperPerms(std::shared_ptr<MainQueue> mainQueue, platform::DefaultsStore store, const std::string& bundleRoot);
+    HelperPerms(MainQueue& mainQueue, platform::DefaultsStore& store, Setup setup);
 
     std::optional<std::string> helperApp_;
     std::optional<std::string> helperBinary_;
-    std::unique_ptr<SerialQueue> queue_;
+    std::unique_ptr<platform::SerialQueue> queue_;
     std::optional<PermStatus> last_;
     bool lastProbeFailed_ = false;
 
-    std::shared_ptr<MainQueue> mainQueue_;
-    platform::DefaultsStore store_;
+    MainQueue& mainQueue_;
+    platform::DefaultsStore& store_;
+    Opener openURL_;
+    std::optional<std::string> resetTool_;
 };
 
 }  // namespace velmora

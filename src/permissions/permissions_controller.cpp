@@ -29,16 +29,16 @@ std::string permSummary(const std::optional<PermStatus>& status, bool forgotten)
     return "Switch on " + joined + " in the list that opens; this window updates by itself.";
 }
 
-std::shared_ptr<PermissionsController> PermissionsController::create(std::shared_ptr<MainQueue> mainQueue,
+std::shared_ptr<PermissionsController> PermissionsController::create(MainQueue& mainQueue,
                                                                      std::shared_ptr<HelperPerms> perms,
                                                                      WindowFactory factory) {
     return std::shared_ptr<PermissionsController>(
-        new PermissionsController(std::move(mainQueue), std::move(perms), std::move(factory)));
+        new PermissionsController(mainQueue, std::move(perms), std::move(factory)));
 }
 
-PermissionsController::PermissionsController(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<HelperPerms> perms,
+PermissionsController::PermissionsController(MainQueue& mainQueue, std::shared_ptr<HelperPerms> perms,
                                              WindowFactory factory)
-    : mainQueue_(std::move(mainQueue)), perms_(std::move(perms)), factory_(std::move(factory)) {}
+    : mainQueue_(mainQueue), perms_(std::move(perms)), factory_(std::move(factory)) {}
 
 PermissionsController::~PermissionsController() {
     if (timer_) timer_->cancel();
@@ -115,7 +115,7 @@ void PermissionsController::schedulePoll() {
 
 void PermissionsController::armPoll(std::uint64_t generation) {
     std::weak_ptr<PermissionsController> weak = weak_from_this();
-    timer_ = mainQueue_->postAfter(pollSeconds, [weak, generation] {
+    timer_ = mainQueue_.postAfter(pollSeconds, [weak, generation] {
         auto self = weak.lock();
         if (!self || generation != self->pollGeneration_) return;
         // Repeating: the next tick is armed first, so a poll that ends the showing cancels it.

@@ -77,8 +77,9 @@ public:
 
     static constexpr double pollSeconds = 2.0;
 
-    static std::shared_ptr<PermissionsController> create(std::shared_ptr<MainQueue> mainQueue,
-                                                         std::shared_ptr<HelperPerms> perms, WindowFactory factory);
+    // The queue must outlive the controller.
+    static std::shared_ptr<PermissionsController> create(MainQueue& mainQueue, std::shared_ptr<HelperPerms> perms,
+                                                         WindowFactory factory);
     PermissionsController(const PermissionsController&) = delete;
     PermissionsController& operator=(const PermissionsController&) = delete;
     ~PermissionsController();
@@ -104,8 +105,7 @@ public:
     PermissionsWindowView* window() const { return window_.get(); }
 
 private:
-    PermissionsController(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<HelperPerms> perms,
-                          WindowFactory factory);
+    PermissionsController(MainQueue& mainQueue, std::shared_ptr<HelperPerms> perms, WindowFactory factory);
     void render();
     void schedulePoll();
     void armPoll(std::uint64_t generation);
@@ -113,7 +113,7 @@ private:
     void runRepair(const PermStatus& status);
     void stopPoll();
 
-    std::shared_ptr<MainQueue> mainQueue_;
+    MainQueue& mainQueue_;
     std::shared_ptr<HelperPerms> perms_;
     WindowFactory factory_;
     std::unique_ptr<PermissionsWindowView> window_;

@@ -15,6 +15,11 @@ std::optional<std::string> helperAppPath(const std::string& bundleRoot);
 // (Linux: .../libexec/velmora/velmora-server; macOS: .../Contents/MacOS/freerdp-shadow-cli).
 std::string helperExecutablePath(const std::string& helperApp);
 
+// The server executable for probes and for the server itself: KORVEN_CLI when it is set and not
+// empty (a development override, used as is, not checked), else the executable inside `helperApp`;
+// absent when there is neither.
+std::optional<std::string> serverExecutable(const std::optional<std::string>& helperApp);
+
 // The tool that resets the system's privacy entries of an application ("/usr/bin/tccutil" on
 // macOS); absent where the system keeps no such lists (Linux).
 std::optional<std::string> privacyResetTool();

@@ -2,12 +2,11 @@
 
 #include "core/environment.h"
 #include "core/text.h"
-#include "permissions/app_log.h"
+#include "platform/app_log.h"
 #include "platform/spawn_attributes.h"
 #include "process/server_cert.h"
 #include "process/spawn.h"
 #include "settings/launch_plan.h"
-#include "settings/settings_store.h"
 
 #include <cmath>
 #include <fcntl.h>
@@ -20,20 +19,15 @@ double serverRestartDelay(int inARow) {
     return n > 5 ? 60.0 : std::pow(2.0, n);
 }
 
-std::shared_ptr<ServerSupervisor> ServerSupervisor::create(std::shared_ptr<MainQueue> mainQueue,
-                                                           std::shared_ptr<HelperPerms> helperPerms,
-                                                           platform::DefaultsStore store) {
-    return std::shared_ptr<ServerSupervisor>(
-        new ServerSupervisor(std::move(mainQueue), std::move(helperPerms), std::move(store)));
+std::shared_ptr<ServerSupervisor> ServerSupervisor::create(MainQueue& mainQueue, SupervisorOwner& owner,
+                                                           double stopGrace) {
+    return std::shared_ptr<ServerSupervisor>(new ServerSupervisor(mainQueue, owner, stopGrace));
 }
 
-ServerSupervisor::ServerSupervisor(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<HelperPerms> helperPerms,
-                                   platform::DefaultsStore store)
-    : mainQueue_(std::move(mainQueue)), helperPerms_(std::move(helperPerms)), store_(std::move(store)) {
-    readSettings = [store = store_] { return currentSettings(store); };
-}
+ServerSupervisor::ServerSupervisor(MainQueue& mainQueue, SupervisorOwner& owner, double stopGrace)
+    : mainQueue_(mainQueue), owner_(owner), stopGrace_(stopGrace) {}
 
-std::string ServerSupervisor::logPath() { return AppLog::path(); }
+std::string ServerSupervisor::logPath() { return platform::AppLog::path(); }
 
 bool ServerSupervisor::running() const { return task_ && task_->isRunning(); }
 
@@ -42,71 +36,67 @@ std::string ServerSupervisor::idleStatusLine() const {
     return lastError_ ? *lastError_ : "Stopped";
 }
 
-void ServerSupervisor::refresh() const {
-    if (refreshMenu) refreshMenu();
-}
-
 void ServerSupervisor::startServer() {
     if (running() || starting_) return;
-    auto cli = cliPath();
+    auto cli = owner_.serverExecutable();
     if (!cli || !Spawn::isExecutableFile(*cli)) {
         lastError_ = "Velmora Server not found inside the app. Reinstall Velmora.";
-        refresh();
+        owner_.serverStateChanged();
         return;
     }
     starting_ = true;
-    if (setStatusLine) setStatusLine(checkingPermissionsText);
+    owner_.serverStateChanged();  // "Checking permissions…"
     std::weak_ptr<ServerSupervisor> weak = weak_from_this();
-    helperPerms_->check([weak, cli = *cli](std::optional<PermStatus> status) {
-        if (auto self = weak.lock()) self->permissionsChecked(cli, status);
+    owner_.checkServerPermissions([weak, cli = *cli](StartPermission answer) {
+        if (auto self = weak.lock()) self->permissionsChecked(cli, answer);
     });
 }
 
-void ServerSupervisor::permissionsChecked(const std::string& cli, const std::optional<PermStatus>& status) {
+void ServerSupervisor::permissionsChecked(const std::string& cli, StartPermission answer) {
     starting_ = false;
-    if (!status) {
-        lastError_ = "Velmora Server did not answer the permission check. See Show Log.";
-        refresh();
-        return;
-    }
-    if (!status->allOK()) {
-        refresh();
-        std::weak_ptr<ServerSupervisor> weak = weak_from_this();
-        if (showPermissions)
-            showPermissions([weak] {
+    switch (answer) {
+        case StartPermission::noAnswer:
+            lastError_ = "Velmora Server did not answer the permission check. See Show Log.";
+            owner_.serverStateChanged();
+            return;
+        case StartPermission::missing: {
+            owner_.serverStateChanged();
+            std::weak_ptr<ServerSupervisor> weak = weak_from_this();
+            owner_.permissionsMissing([weak] {
                 if (auto self = weak.lock()) self->startServer();
             });
-        return;
+            return;
+        }
+        case StartPermission::granted: launchServer(cli); return;
     }
-    launchServer(cli);
 }
 
 void ServerSupervisor::launchServer(const std::string& cli) {
-    LaunchPlan plan = buildLaunchPlan(processEnvironment(), readSettings());
+    LaunchPlan plan = buildLaunchPlan(processEnvironment(), owner_.settingsForLaunch());
     if (ServerCert::removeIfNameless())
-        HelperPerms::log(
+        platform::AppLog::write(
             "removed the server certificate without a name; the server makes a new one (clients will ask to trust it once)");
     // Without a log the server still runs, its output discarded.
     int logFd = ::open(logPath().c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     std::optional<int> output = logFd >= 0 ? std::optional<int>(logFd) : std::nullopt;
     // The environment may hold the Windows login: never logged.
-    HelperPerms::log("starting Velmora Server: " + text::join(plan.arguments, " "));
+    platform::AppLog::write("starting Velmora Server: " + text::join(plan.arguments, " "));
     lastError_.reset();
     try {
-        auto process = Spawn::start(cli, plan.arguments, plan.environment, output, output, true, mainQueue_);
+        auto process = Spawn::start(cli, plan.arguments, plan.environment, output, output, true, mainQueue_.link());
         if (!process->disclaimed() && platform::systemTracksResponsibility())
-            HelperPerms::log(
+            platform::AppLog::write(
                 "warning: could not make Velmora Server responsible for itself; macOS will ask about Velmora instead");
         std::weak_ptr<ServerSupervisor> weak = weak_from_this();
         process->onExit = [weak](SpawnedProcess& ended) {
             if (auto self = weak.lock()) self->serverEnded(ended);
         };
         task_ = std::move(process);
-        serverStartedAt_ = mainQueue_->now();
+        serverStartedAt_ = mainQueue_.now();
     } catch (const Spawn::Failure& failure) {
         lastError_ = failure.description();
     }
-    refresh();
+    owner_.serverStateChanged();
     if (logFd >= 0) ::close(logFd);  // the child keeps its own copy
 }
 
@@ -115,28 +105,28 @@ void ServerSupervisor::serverEnded(SpawnedProcess& process) {
     if (task_.get() != &process) return;
     task_.reset();
     const int code = process.exitCode();
-    HelperPerms::log("Velmora Server ended (code " + std::to_string(code) + ")");
+    platform::AppLog::write("Velmora Server ended (code " + std::to_string(code) + ")");
     if (code == 0) {
-        refresh();
+        owner_.serverStateChanged();
         return;
     }
     lastError_ = "Stopped unexpectedly (code " + std::to_string(code) + ")";
-    double ran = mainQueue_->now() - serverStartedAt_;
+    double ran = mainQueue_.now() - serverStartedAt_;
     // A long healthy run resets the streak; this end is the first of a new one.
     unexpectedEnds_ = ran < 300 ? unexpectedEnds_ + 1 : 1;
     double delay = serverRestartDelay(unexpectedEnds_);
-    HelperPerms::log("starting Velmora Server again in " + std::to_string(static_cast<long long>(delay)) + " s (" +
+    platform::AppLog::write("starting Velmora Server again in " + std::to_string(static_cast<long long>(delay)) + " s (" +
                      std::to_string(unexpectedEnds_) + " unexpected end" + (unexpectedEnds_ == 1 ? "" : "s") +
                      " in a row)");
     if (restartTimer_) restartTimer_->cancel();
     std::weak_ptr<ServerSupervisor> weak = weak_from_this();
-    restartTimer_ = mainQueue_->postAfter(delay, [weak] {
+    restartTimer_ = mainQueue_.postAfter(delay, [weak] {
         auto self = weak.lock();
         if (!self) return;
         self->restartTimer_.reset();
         self->startServer();
     });
-    refresh();
+    owner_.serverStateChanged();
 }
 
 void ServerSupervisor::stopServer() {
@@ -147,9 +137,9 @@ void ServerSupervisor::stopServer() {
     if (!task_) return;
     auto process = std::move(task_);
     task_.reset();
-    process->terminate(stopGrace);
-    HelperPerms::log("Velmora Server stopped");
-    refresh();
+    process->terminate(stopGrace_);
+    platform::AppLog::write("Velmora Server stopped");
+    owner_.serverStateChanged();
 }
 
 void ServerSupervisor::restartServer() {

@@ -2,12 +2,10 @@
 // The server's life on the application's side: start after a permission check, launch with the
 // current settings and the output appended to the log, notice the end, restart after 2, 4, 8, 16,
 // 32 and then 60 seconds when it ended with an error (a run of 300 s or more resets the count), and
-// stop on request or at quit. Owned by the application object through a std::shared_ptr; everything
-// here runs on the main queue and its callbacks hold the supervisor weakly.
+// stop on request or at quit. Everything here runs on the main queue; its callbacks hold the
+// supervisor weakly.
 
 #include "core/main_queue.h"
-#include "permissions/helper_perms.h"
-#include "platform/defaults_store.h"
 #include "process/spawned_process.h"
 #include "settings/server_settings.h"
 
@@ -24,11 +22,30 @@ inline constexpr const char* checkingPermissionsText = "Checking permissions…"
 // Seconds before the next automatic restart after `inARow` unexpected ends (below 1 counts as 1).
 double serverRestartDelay(int inARow);
 
+// What the permission check before a start found.
+enum class StartPermission { noAnswer, missing, granted };
+
+// What the supervisor needs from the application that owns it (and outlives it).
+class SupervisorOwner {
+public:
+    virtual ~SupervisorOwner() = default;
+    // The server executable, when it was found.
+    virtual std::optional<std::string> serverExecutable() const = 0;
+    // Asks whether the server has its permissions; `answer` runs on the main queue.
+    virtual void checkServerPermissions(std::function<void(StartPermission)> answer) = 0;
+    // A fresh snapshot of the settings for one launch.
+    virtual ServerSettings settingsForLaunch() = 0;
+    // A permission is missing: show it; `startAgain` starts the server once everything is allowed.
+    virtual void permissionsMissing(std::function<void()> startAgain) = 0;
+    // After every change of state (the menu is refreshed).
+    virtual void serverStateChanged() = 0;
+};
+
 class ServerSupervisor : public std::enable_shared_from_this<ServerSupervisor> {
 public:
-    static std::shared_ptr<ServerSupervisor> create(std::shared_ptr<MainQueue> mainQueue,
-                                                    std::shared_ptr<HelperPerms> helperPerms,
-                                                    platform::DefaultsStore store);
+    // `stopGrace`: seconds between SIGTERM and SIGKILL when the server is stopped.
+    static std::shared_ptr<ServerSupervisor> create(MainQueue& mainQueue, SupervisorOwner& owner,
+                                                    double stopGrace = 20.0);
     ServerSupervisor(const ServerSupervisor&) = delete;
     ServerSupervisor& operator=(const ServerSupervisor&) = delete;
 
@@ -48,8 +65,6 @@ public:
     int unexpectedEnds() const { return unexpectedEnds_; }
     bool restartPending() const { return restartTimer_ && restartTimer_->pending(); }
 
-    // The server executable, as the permission service found it.
-    std::optional<std::string> cliPath() const { return helperPerms_->helperBinary(); }
     // The log the server's output is appended to.
     static std::string logPath();
 
@@ -57,26 +72,15 @@ public:
     // else "Stopped".
     std::string idleStatusLine() const;
 
-    // Hooks the application fills in.
-    std::function<void()> refreshMenu;                                   // after every state change
-    std::function<void(const std::string& text)> setStatusLine;          // "Checking permissions…"
-    std::function<void(std::function<void()> ready)> showPermissions;    // permissions missing
-    // A fresh settings snapshot for each launch (the defaults store and the keyring by default).
-    std::function<ServerSettings()> readSettings;
-    // Seconds between SIGTERM and SIGKILL when stopping.
-    double stopGrace = 20.0;
-
 private:
-    ServerSupervisor(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<HelperPerms> helperPerms,
-                     platform::DefaultsStore store);
-    void permissionsChecked(const std::string& cli, const std::optional<PermStatus>& status);
+    ServerSupervisor(MainQueue& mainQueue, SupervisorOwner& owner, double stopGrace);
+    void permissionsChecked(const std::string& cli, StartPermission answer);
     void launchServer(const std::string& cli);
     void serverEnded(SpawnedProcess& process);
-    void refresh() const;
 
-    std::shared_ptr<MainQueue> mainQueue_;
-    std::shared_ptr<HelperPerms> helperPerms_;
-    platform::DefaultsStore store_;
+    MainQueue& mainQueue_;
+    SupervisorOwner& owner_;
+    const double stopGrace_;
 
     std::shared_ptr<SpawnedProcess> task_;
     bool starting_ = false;

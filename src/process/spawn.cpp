@@ -96,7 +96,7 @@ std::string Failure::reason() const { return failureText(code_); }
 std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector<std::string>& arguments,
                                       const Environment& environment, std::optional<int> stdoutFd,
                                       std::optional<int> stderrFd, bool disclaim,
-                                      std::shared_ptr<MainQueue> mainQueue) {
+                                      std::shared_ptr<MainQueueLink> onExitQueue) {
     SpawnSetup setup;
     platform::setCleanSpawnFlags(&setup.attributes);
     sigset_t all;
@@ -128,7 +128,7 @@ std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector
     auto process = SpawnAccess::make(pid, disclaimed);
     try {
         // The watcher holds the queue's link, not the queue: it may outlive the application's quit.
-        std::thread(SpawnAccess::watch, process, mainQueue ? mainQueue->link() : nullptr).detach();
+        std::thread(SpawnAccess::watch, process, std::move(onExitQueue)).detach();
     } catch (const std::system_error&) {
         // Without a watcher nobody would reap the child: end it now and report the start as failed.
         ::kill(pid, SIGKILL);

@@ -31,12 +31,12 @@ private:
 // Starts `path` (no PATH search) with `arguments` (without the program name) and exactly
 // `environment`. Standard output and error go to the given descriptors, else to /dev/null.
 // `disclaim` asks for the child to be responsible for itself; whether it worked is
-// SpawnedProcess::disclaimed(). onExit is delivered on `mainQueue`; with no queue it never runs.
-// Throws Failure.
+// SpawnedProcess::disclaimed(). onExit is delivered through `onExitQueue` (a MainQueue's link);
+// with none it never runs. Throws Failure.
 std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector<std::string>& arguments,
                                       const Environment& environment, std::optional<int> stdoutFd,
                                       std::optional<int> stderrFd, bool disclaim,
-                                      std::shared_ptr<MainQueue> mainQueue = nullptr);
+                                      std::shared_ptr<MainQueueLink> onExitQueue = nullptr);
 
 // Runs a program to its end and returns its standard output as UTF-8 (invalid bytes replaced);
 // standard error is discarded. Absent when it could not start or outlived `timeout` seconds (it is

@@ -1,6 +1,5 @@
 #include "qt/application_loop.h"
 
-#include "platform/defaults_store.h"
 #include "platform/paths.h"
 #include "qt/instance_channel.h"
 #include "qt/qt_main_queue.h"
@@ -12,8 +11,7 @@
 
 namespace velmora {
 
-int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>& delegate,
-                   const std::function<void(AppDelegate&)>& prepare) {
+int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>& delegate) {
     // Early, so that a signal (a logout) during start-up still stops the server once the loop runs.
     auto signalWatch = SignalWatch::install([&delegate] {
         if (delegate) delegate->quit();
@@ -27,8 +25,8 @@ int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>
     });
 
     platform::makeDirectories(platform::logDirectory());
-    delegate = AppDelegate::create(std::make_shared<QtMainQueue>(), platform::DefaultsStore(), view, desktop);
-    if (prepare) prepare(*delegate);
+    QtMainQueue mainQueue;
+    delegate = AppDelegate::create({.mainQueue = mainQueue, .view = view, .desktop = desktop});
     delegate->applicationDidFinishLaunching();
     int code = QCoreApplication::exec();
     delegate->applicationWillTerminate();

@@ -4,14 +4,12 @@
 
 #include "app/app_delegate.h"
 
-#include <functional>
 #include <memory>
 
 namespace velmora {
 
 // Creates the application object into `delegate` (which the caller's views may already refer to),
-// lets `prepare` connect the windows to it, runs it until quit and stops the server; the exit status.
-int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>& delegate,
-                   const std::function<void(AppDelegate&)>& prepare = {});
+// runs it until quit and stops the server; the exit status.
+int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>& delegate);
 
 }  // namespace velmora

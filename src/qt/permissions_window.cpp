@@ -143,17 +143,4 @@ void PermissionsWindow::closeEvent(QCloseEvent* event) {
     event->accept();  // hides; the window is kept
 }
 
-std::function<bool(const PermissionsRequest&)> permissionsWindowHook(std::shared_ptr<MainQueue> mainQueue,
-                                                                     std::shared_ptr<HelperPerms> perms) {
-    auto controller = std::make_shared<std::shared_ptr<PermissionsController>>();
-    return [controller, mainQueue = std::move(mainQueue), perms = std::move(perms)](const PermissionsRequest& request) {
-        if (!*controller)
-            *controller = PermissionsController::create(mainQueue, perms, [](PermissionsController& owner) {
-                return std::make_unique<PermissionsWindow>(owner);
-            });
-        (*controller)->show(request.autoContinue, request.repair, request.onReady);
-        return true;
-    };
-}
-
 }  // namespace velmora

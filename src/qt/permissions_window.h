@@ -3,16 +3,11 @@
 // the close box. Built once, on the first showing; closing only hides it.
 
 #include "app/app_view.h"
-#include "core/main_queue.h"
-#include "permissions/helper_perms.h"
-#include "permissions/permissions_controller.h"
 
 #include <QLabel>
 #include <QPushButton>
 #include <QWidget>
 
-#include <functional>
-#include <memory>
 
 namespace velmora {
 
@@ -41,10 +36,5 @@ private:
     QPushButton* startButton_ = nullptr;
     QPushButton* repairButton_ = nullptr;
 };
-
-// What TrayView::permissionsWindow runs: the controller and its window are made on first use and
-// kept for the application's lifetime.
-std::function<bool(const PermissionsRequest&)> permissionsWindowHook(std::shared_ptr<MainQueue> mainQueue,
-                                                                     std::shared_ptr<HelperPerms> perms);
 
 }  // namespace velmora

@@ -1,7 +1,6 @@
 #include "qt/settings_window.h"
 
-#include "netcheck/net_info.h"
-#include "settings/remote_screen.h"
+#include "platform/words.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -25,17 +24,6 @@ namespace {
 // The slider works in hundredths of a percent so that a stored scale such as 0.879 survives an
 // opening and a save unchanged.
 constexpr int sliderUnits = 100;
-
-const char* remoteScreenTooltip =
-    "When the remote screen has a different shape from the Mac's: mirror shows the Mac's own desktop at the "
-    "remote's resolution; a separate screen leaves the Mac's desktop alone; as is shows the Mac's screen with black "
-    "bars. A client that asks for Retina pixels (Windows App: Optimize for Retina displays) gets a 2x (HiDPI) "
-    "desktop: sharp, with text and windows at their normal size.";
-const char* loginTooltip =
-    "Windows clients (Remote Desktop Connection, the Windows App) log in with Network Level Authentication, which "
-    "needs a password Velmora keeps itself. Set a user name and password here and use them in those clients. The "
-    "session is still this Mac's logged-in user.";
-const char* clipboardTooltip = "Copy and paste both ways, for signed-in sessions that may control this Mac.";
 
 // Places `widget` at a frame given from the content's bottom-left corner.
 template <typename W>
@@ -82,13 +70,7 @@ void fitCheckBox(QCheckBox* box) {
     fitFont(box, box->font(), box->text(), box->width() - indicator - 2);
 }
 
-template <typename Choices>
-QComboBox* popUp(QWidget* parent, const char* name, const Choices& choices) {
-    auto* box = new QComboBox(parent);
-    box->setObjectName(QString::fromLatin1(name));
-    for (const auto& choice : choices) box->addItem(QString::fromUtf8(choice.title));
-    return box;
-}
+QString words(const platform::Words& words) { return QString::fromStdString(platform::say(words)); }
 
 std::string utf8(const QString& text) { return text.toStdString(); }
 
@@ -107,55 +89,51 @@ void SettingsWindow::build() {
     win->setFixedSize(width, height);
     win->setSizeGripEnabled(false);
 
-    auto mkLabel = [win](const char* text, int y) {
-        auto* label = place(new QLabel(QString::fromUtf8(text), win), 20, y, 150, 20);
+    auto mkLabel = [win](const QString& text, int y) {
+        auto* label = place(new QLabel(text, win), 20, y, 150, 20);
         label->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
         return label;
     };
-    auto mkCheck = [win](const char* name, const char* title, int y) {
-        auto* box = place(new QCheckBox(QString::fromUtf8(title), win), 180, y, 320, 20);
-        box->setObjectName(QString::fromLatin1(name));
-        fitCheckBox(box);
-        return box;
-    };
 
-    mkLabel("Port", 662);
-    portField_ = place(new QLineEdit(QStringLiteral("3389"), win), 180, 660, 80, 24);
-    portField_->setObjectName(QStringLiteral("portField"));
+    for (const Setting* setting : SettingsForm::rows()) {
+        const Frame& f = setting->frame;
+        if (setting->labelY) mkLabel(words(setting->label), setting->labelY);
+        QWidget* control = nullptr;
+        switch (setting->control) {
+            case SettingControl::none: continue;
+            case SettingControl::portField: control = new QLineEdit(QStringLiteral("3389"), win); break;
+            case SettingControl::slider: {
+                auto* slider = new QSlider(Qt::Horizontal, win);
+                slider->setRange(int(SettingsForm::sliderMinimum) * sliderUnits, int(SettingsForm::sliderMaximum) * sliderUnits);
+                slider->setSingleStep(sliderUnits);
+                slider->setPageStep(10 * sliderUnits);
+                slider->setTickPosition(QSlider::NoTicks);
+                QObject::connect(slider, &QSlider::valueChanged, win, [this] { scaleChanged(); });
+                slider_ = slider;
+                scaleLabel_ = place(new QLabel(win), f.x + f.width + 10, f.y, 90, f.height);
+                scaleLabel_->setObjectName(QStringLiteral("scaleLabel"));
+                control = slider;
+                break;
+            }
+            case SettingControl::popUp: {
+                auto* box = new QComboBox(win);
+                for (const SettingChoice& choice : setting->choices) box->addItem(words(choice.title));
+                control = box;
+                break;
+            }
+            case SettingControl::checkBox: control = new QCheckBox(words(setting->label), win); break;
+        }
+        place(control, f.x, f.y, f.width, f.height);
+        control->setObjectName(QString::fromLatin1(setting->key));
+        if (*setting->tooltip.mac) control->setToolTip(words(setting->tooltip));
+        if (auto* box = qobject_cast<QCheckBox*>(control)) fitCheckBox(box);
+        controls_[setting->key] = control;
+    }
 
-    mkLabel("Resolution", 622);
-    scale_ = place(new QSlider(Qt::Horizontal, win), 180, 622, 220, 20);
-    scale_->setObjectName(QStringLiteral("scale"));
-    scale_->setRange(25 * sliderUnits, 100 * sliderUnits);
-    scale_->setSingleStep(sliderUnits);
-    scale_->setPageStep(10 * sliderUnits);
-    scale_->setTickPosition(QSlider::NoTicks);
-    scale_->setValue(75 * sliderUnits);
-    scaleLabel_ = place(new QLabel(QStringLiteral("75%"), win), 410, 622, 90, 20);
-    scaleLabel_->setObjectName(QStringLiteral("scaleLabel"));
-    QObject::connect(scale_, &QSlider::valueChanged, win, [this] { scaleChanged(); });
-
-    mkLabel("Frame rate", 582);
-    fps_ = place(popUp(win, "fps", SettingsChoices::fps), 180, 579, 100, 26);
-    mkLabel("Video bitrate", 542);
-    bitrate_ = place(popUp(win, "bitrate", SettingsChoices::bitrate), 180, 539, 140, 26);
-    mkLabel("Size per monitor", 502);
-    maxSize_ = place(popUp(win, "maxSize", SettingsChoices::maxSize), 180, 499, 260, 26);
-    mkLabel("Widest desktop", 462);
-    maxWidthPop_ = place(popUp(win, "maxWidthPop", SettingsChoices::maxWidth), 180, 459, 260, 26);
-    mkLabel("Remote screen", 422);
-    vmode_ = place(new QComboBox(win), 180, 419, 260, 26);
-    vmode_->setObjectName(QStringLiteral("vmode"));
-    for (RemoteScreen screen : allRemoteScreens) vmode_->addItem(QString::fromStdString(title(screen)));
-    vmode_->setToolTip(QString::fromUtf8(remoteScreenTooltip));
-
-    cursor_ = mkCheck("cursor", "Draw the Mac cursor in the video", 382);
-    auth_ = mkCheck("auth", "Require the password of a Mac account (recommended)", 354);
-
-    mkLabel("Windows login (NLA)", 322)->setToolTip(QString::fromUtf8(loginTooltip));
+    mkLabel(QString::fromUtf8(SettingsText::loginLabel), 322)->setToolTip(words(platform::words::loginTooltip));
     nlaUser_ = place(new QLineEdit(win), 180, 320, 140, 24);
     nlaUser_->setObjectName(QStringLiteral("nlaUser"));
-    nlaUser_->setPlaceholderText(QStringLiteral("user name"));
+    nlaUser_->setPlaceholderText(QString::fromUtf8(SettingsText::placeholderUser));
     nlaPass_ = place(new QLineEdit(win), 330, 320, 170, 24);
     nlaPass_->setObjectName(QStringLiteral("nlaPass"));
     nlaPass_->setEchoMode(QLineEdit::Password);
@@ -165,14 +143,7 @@ void SettingsWindow::build() {
     makeSecondary(nlaStatus_);
     statusFont_ = std::make_unique<QFont>(nlaStatus_->font());
 
-    ctrl_ = mkCheck("ctrl", "Treat Ctrl as Cmd (Windows shortcuts)", 272);
-    avc_ = mkCheck("avc", "Sharper 4:4:4 video (blank in the Windows App)", 244);
-    audio_ = mkCheck("audio", "Send the Mac's sound to the remote session", 216);
-    clipboard_ = mkCheck("clipboard", "Share the clipboard with the remote session", 188);
-    clipboard_->setToolTip(QString::fromUtf8(clipboardTooltip));
-    hwenc_ = mkCheck("hwenc", "Use the Mac's video encoder (VideoToolbox)", 160);
-
-    auto* note = place(new QLabel(QString::fromStdString(NetInfo::afterRestartNote(true)), win), 20, 56, 480, 48);
+    auto* note = place(new QLabel(QString::fromStdString(SettingsForm::note()), win), 20, 56, 480, 48);
     note->setObjectName(QStringLiteral("note"));
     note->setWordWrap(true);
     note->setAlignment(Qt::AlignLeft | Qt::AlignTop);
@@ -191,25 +162,17 @@ void SettingsWindow::build() {
 }
 
 void SettingsWindow::scaleChanged() {
-    scaleLabel_->setText(QString::fromStdString(SettingsForm::scaleText(double(scale_->value()) / sliderUnits)));
+    scaleLabel_->setText(QString::fromStdString(SettingsForm::scaleText(double(slider_->value()) / sliderUnits)));
 }
 
 void SettingsWindow::fill(const SettingsFields& fields) {
-    portField_->setText(QString::fromStdString(fields.port));
-    scale_->setValue(static_cast<int>(std::lround(fields.scale * sliderUnits)));
-    scaleChanged();
-    fps_->setCurrentIndex(fields.fps);
-    bitrate_->setCurrentIndex(fields.bitrate);
-    maxWidthPop_->setCurrentIndex(fields.maxWidth);
-    maxSize_->setCurrentIndex(fields.maxSize);
-    vmode_->setCurrentIndex(fields.remoteScreen);
-    cursor_->setChecked(fields.cursor);
-    auth_->setChecked(fields.auth);
-    ctrl_->setChecked(fields.ctrl);
-    avc_->setChecked(fields.avc);
-    audio_->setChecked(fields.audio);
-    clipboard_->setChecked(fields.clipboard);
-    hwenc_->setChecked(fields.hwenc);
+    for (const auto& [key, widget] : controls_) {
+        if (auto* field = qobject_cast<QLineEdit*>(widget)) field->setText(QString::fromStdString(fields.get<std::string>(key)));
+        else if (auto* slider = qobject_cast<QSlider*>(widget)) slider->setValue(int(std::lround(fields.get<double>(key) * sliderUnits)));
+        else if (auto* box = qobject_cast<QComboBox*>(widget)) box->setCurrentIndex(fields.get<int>(key));
+        else if (auto* check = qobject_cast<QCheckBox*>(widget)) check->setChecked(fields.get<bool>(key));
+    }
+    if (scaleLabel_) scaleChanged();
     nlaUser_->setText(QString::fromStdString(fields.nlaUser));
     nlaPass_->clear();
     nlaPass_->setPlaceholderText(QString::fromStdString(fields.nlaPassPlaceholder));
@@ -219,20 +182,13 @@ void SettingsWindow::fill(const SettingsFields& fields) {
 
 SettingsFields SettingsWindow::read() const {
     SettingsFields fields;
-    fields.port = utf8(portField_->text());
-    fields.scale = double(scale_->value()) / sliderUnits;
-    fields.fps = fps_->currentIndex();
-    fields.bitrate = bitrate_->currentIndex();
-    fields.maxSize = maxSize_->currentIndex();
-    fields.maxWidth = maxWidthPop_->currentIndex();
-    fields.remoteScreen = vmode_->currentIndex();
-    fields.cursor = cursor_->isChecked();
-    fields.auth = auth_->isChecked();
-    fields.ctrl = ctrl_->isChecked();
-    fields.avc = avc_->isChecked();
-    fields.audio = audio_->isChecked();
-    fields.clipboard = clipboard_->isChecked();
-    fields.hwenc = hwenc_->isChecked();
+    for (const auto& [key, widget] : controls_) {
+        ControlValue& value = fields.controls[key];
+        if (auto* field = qobject_cast<QLineEdit*>(widget)) value = utf8(field->text());
+        else if (auto* slider = qobject_cast<QSlider*>(widget)) value = double(slider->value()) / sliderUnits;
+        else if (auto* box = qobject_cast<QComboBox*>(widget)) value = box->currentIndex();
+        else if (auto* check = qobject_cast<QCheckBox*>(widget)) value = check->isChecked();
+    }
     fields.nlaUser = utf8(nlaUser_->text());
 
     // The password leaves the field at once, and the copies made on the way are wiped.

@@ -1,20 +1,21 @@
 #pragma once
-// The settings window: built once on first use, refilled from the stores at every opening, hidden
-// on close. Its controls only mirror SettingsFields; SettingsForm decides what is shown and saved.
-// Controls carry object names (portField, scale, fps, ...) so that tests can find them.
+// The settings window: built once on first use from the settings form's rows, refilled from the
+// stores at every opening, hidden on close. Its controls only mirror SettingsFields; SettingsForm
+// decides what is shown and saved. Each control carries its setting's key as object name (the
+// login fields: nlaUser, nlaPass, nlaStatus) so that tests can find it.
 
 #include "app/settings_form.h"
 
+#include <map>
 #include <memory>
+#include <string>
 
-class QCheckBox;
-class QComboBox;
 class QDialog;
 class QFont;
 class QLabel;
 class QLineEdit;
-class QPushButton;
 class QSlider;
+class QWidget;
 
 namespace velmora {
 
@@ -35,7 +36,7 @@ public:
     // Absent until the first open().
     QDialog* window() const { return win_.get(); }
 
-    // The content size; frames below are given from the content's bottom-left corner.
+    // The content size; frames are given from the content's bottom-left corner.
     static constexpr int width = 520;
     static constexpr int height = 712;
 
@@ -47,25 +48,13 @@ private:
 
     SettingsForm& form_;
     std::unique_ptr<QDialog> win_;
-    QLineEdit* portField_ = nullptr;
+    std::map<std::string, QWidget*> controls_;  // by setting key
+    QSlider* slider_ = nullptr;  // the one slider (resolution) and its label
     QLabel* scaleLabel_ = nullptr;
-    QSlider* scale_ = nullptr;
-    QComboBox* fps_ = nullptr;
-    QCheckBox* cursor_ = nullptr;
-    QCheckBox* auth_ = nullptr;
-    QCheckBox* ctrl_ = nullptr;
-    QCheckBox* avc_ = nullptr;
-    QCheckBox* audio_ = nullptr;
-    QCheckBox* clipboard_ = nullptr;
-    QCheckBox* hwenc_ = nullptr;
     QLineEdit* nlaUser_ = nullptr;
     QLineEdit* nlaPass_ = nullptr;
     QLabel* nlaStatus_ = nullptr;
     std::unique_ptr<QFont> statusFont_;  // before fitting its text
-    QComboBox* bitrate_ = nullptr;
-    QComboBox* maxWidthPop_ = nullptr;
-    QComboBox* maxSize_ = nullptr;
-    QComboBox* vmode_ = nullptr;
 };
 
 }  // namespace velmora

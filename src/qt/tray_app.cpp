@@ -6,9 +6,7 @@
 #include "qt/application_loop.h"
 #include "qt/headless.h"
 #include "qt/instance_channel.h"
-#include "qt/permissions_window.h"
 #include "qt/qt_desktop.h"
-#include "qt/settings_window.h"
 #include "qt/tray_view.h"
 
 #include <QApplication>
@@ -43,15 +41,7 @@ int runTray(int argc, char** argv) {
     TrayView view([&delegate](MenuAction action) {
         if (delegate) delegate->perform(action);
     });
-    // The windows are made on first use and kept, hidden, for the next opening.
-    std::unique_ptr<SettingsWindow> settingsWindow;
-    return runApplication(view, desktop, delegate, [&view, &settingsWindow](AppDelegate& app) {
-        view.permissionsWindow = permissionsWindowHook(app.mainQueue(), app.helperPerms());
-        view.settingsWindow = [&app, &settingsWindow] {
-            if (!settingsWindow) settingsWindow = std::make_unique<SettingsWindow>(app.settingsForm());
-            settingsWindow->open();
-        };
-    });
+    return runApplication(view, desktop, delegate);
 }
 
 }  // namespace velmora

@@ -1,6 +1,7 @@
 #include "qt/tray_view.h"
 
-#include "permissions/helper_perms.h"
+#include "platform/app_log.h"
+#include "qt/permissions_window.h"
 
 #include <QApplication>
 #include <QCursor>
@@ -70,7 +71,7 @@ void TrayView::createStatusItem() {
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         const char* message = "this desktop shows no tray icons, so Velmora's menu cannot appear; add a tray "
                               "(for example GNOME's AppIndicator extension) or run \"velmora --headless\"";
-        HelperPerms::log(message);
+        platform::AppLog::write(message);
         std::fprintf(stderr, "velmora: %s\n", message);
     }
     tray_ = std::make_unique<QSystemTrayIcon>();
@@ -128,20 +129,17 @@ void TrayView::setStatusLine(const std::string& title) {
     if (tray_ && tray_->toolTip() != text) tray_->setToolTip(text);
 }
 
-void TrayView::openSettings() {
-    if (settingsWindow) return settingsWindow();
-    HelperPerms::log("the settings window is not part of this build yet");
-    if (tray_)
-        tray_->showMessage(QStringLiteral("Velmora"),
-                           QStringLiteral("The settings window is not part of this build yet."));
+void TrayView::openSettings(SettingsForm& form) {
+    if (!settingsWindow_) settingsWindow_ = std::make_unique<SettingsWindow>(form);
+    settingsWindow_->open();
 }
 
-bool TrayView::showPermissions(const PermissionsRequest& request) {
-    if (permissionsWindow) return permissionsWindow(request);
-    std::string message = lacksPermissionText(request) + "; the permissions window is not part of this build yet";
-    HelperPerms::log(message);
+std::unique_ptr<PermissionsWindowView> TrayView::makePermissionsWindow(PermissionsController& controller) {
+    return std::make_unique<PermissionsWindow>(controller);
+}
+
+void TrayView::notify(const std::string& message) {
     if (tray_) tray_->showMessage(QStringLiteral("Velmora"), QString::fromStdString(message), QSystemTrayIcon::Warning);
-    return false;
 }
 
 }  // namespace velmora

@@ -4,6 +4,7 @@
 // menu. It draws what the application object says and forwards the clicks.
 
 #include "app/app_view.h"
+#include "qt/settings_window.h"
 
 #include <QAction>
 #include <QIcon>
@@ -27,12 +28,9 @@ public:
     void buildMenu(const std::vector<MenuItem>& items) override;
     void show(const MenuState& state) override;
     void setStatusLine(const std::string& title) override;
-    void openSettings() override;
-    bool showPermissions(const PermissionsRequest& request) override;
-
-    // The windows' issues fill these; until then the tray says what is missing.
-    std::function<void()> settingsWindow;
-    std::function<bool(const PermissionsRequest&)> permissionsWindow;
+    void openSettings(SettingsForm& form) override;
+    std::unique_ptr<PermissionsWindowView> makePermissionsWindow(PermissionsController& controller) override;
+    void notify(const std::string& message) override;
 
     QSystemTrayIcon* trayIcon() const { return tray_.get(); }
 
@@ -46,6 +44,7 @@ private:
     QAction* statusLine_ = nullptr;
     QAction* toggle_ = nullptr;
     std::map<MenuAction, QAction*> checkable_;
+    std::unique_ptr<SettingsWindow> settingsWindow_;  // made on first use, kept hidden
     bool tinted_ = false;
 };
 

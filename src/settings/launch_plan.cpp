@@ -3,11 +3,15 @@
 #include "core/server_contract.h"
 #include "core/text.h"
 #include "platform/paths.h"
+#include "settings/settings_table.h"
 
+#include <algorithm>
 
 namespace velmora {
 
 namespace {
+
+using platform::DefaultsValue;
 
 std::string flag(bool on) { return on ? "1" : "0"; }
 
@@ -17,6 +21,19 @@ void setOrRemove(Environment& env, std::string_view name, bool present, const st
 }
 
 std::string& set(Environment& env, std::string_view name) { return env[std::string(name)]; }
+
+// As the server reads values: booleans "1"/"0", integers in decimal, the scale with two decimals.
+std::string serverText(const DefaultsValue& value) {
+    return std::visit(
+        [](const auto& v) -> std::string {
+            using V = std::decay_t<decltype(v)>;
+            if constexpr (std::is_same_v<V, bool>) return flag(v);
+            else if constexpr (std::is_same_v<V, std::int64_t>) return std::to_string(v);
+            else if constexpr (std::is_same_v<V, double>) return text::fixedDecimal(v, 2);
+            else return v;
+        },
+        value);
+}
 
 }  // namespace
 
@@ -37,25 +54,27 @@ LaunchPlan buildLaunchPlan(const Environment& baseEnvironment, const ServerSetti
     Environment& env = plan.environment;
     env = baseEnvironment;
     env.try_emplace(std::string(Env::logLevel), "INFO");  // an inherited level is kept
-    set(env, Env::scale) = text::fixedDecimal(s.scale, 2);
-    set(env, Env::fps) = std::to_string(s.fps);
-    set(env, Env::adaptiveFps) = flag(s.adaptiveFps);
-    set(env, Env::cursor) = flag(s.cursor);
-    set(env, Env::maxPixels) = std::to_string(s.maxPixels);
+    for (const Setting& setting : settingsTable()) {
+        if (setting.envRule == EnvRule::none) continue;
+        DefaultsValue value = fieldValue(setting, s);
+        switch (setting.envRule) {
+            case EnvRule::none: break;
+            case EnvRule::value: set(env, setting.env) = serverText(value); break;
+            case EnvRule::positiveOrRemoved: {
+                auto* number = std::get_if<std::int64_t>(&value);
+                setOrRemove(env, setting.env, number && *number >= 1, serverText(value));
+                break;
+            }
+            case EnvRule::oneOf: {
+                bool allowed = std::find(setting.allowed.begin(), setting.allowed.end(), value) != setting.allowed.end();
+                set(env, setting.env) = serverText(allowed ? value : setting.fallback);
+                break;
+            }
+        }
+    }
     set(env, Env::virtualDisplay) = s.remoteScreen == RemoteScreen::real ? "never" : "auto";
     set(env, Env::mirror) = flag(s.remoteScreen == RemoteScreen::mirror);
-    set(env, Env::audio) = flag(s.audio);
-    set(env, Env::clipboard) = flag(s.clipboard);
-    set(env, Env::videoToolbox) = flag(s.videoEncoder);
-    set(env, Env::bitrateMbps) = std::to_string(s.bitrateMbps);
-    setOrRemove(env, Env::maxWidth, s.maxWidth >= 1, std::to_string(s.maxWidth));
-    set(env, Env::ctrlAsCmd) = flag(s.ctrlAsCmd);
     setOrRemove(env, Env::statsFile, s.statsFile.has_value(), s.statsFile.value_or(""));
-    const bool knownProfile = s.h264Profile == "baseline" || s.h264Profile == "main" || s.h264Profile == "high";
-    set(env, Env::h264Profile) = knownProfile ? s.h264Profile : "baseline";
-    setOrRemove(env, Env::h264GopSec, s.h264GopSec >= 1, std::to_string(s.h264GopSec));
-    const bool knownAlign = s.sizeAlign == 4 || s.sizeAlign == 8 || s.sizeAlign == 16;
-    set(env, Env::sizeAlign) = knownAlign ? std::to_string(s.sizeAlign) : "2";
     setOrRemove(env, Env::nlaLogin, nla, s.nlaLogin.value_or(""));
     set(env, Env::parentWatch) = "1";
     return plan;

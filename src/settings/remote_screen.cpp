@@ -17,15 +17,6 @@ std::optional<RemoteScreen> remoteScreenFromRaw(const std::string& raw) {
     return std::nullopt;
 }
 
-std::string title(RemoteScreen screen) {
-    switch (screen) {
-        case RemoteScreen::mirror: return "Mirror this Mac (recommended)";
-        case RemoteScreen::extend: return "Separate extra screen";
-        case RemoteScreen::real: return "This Mac's screen as is";
-    }
-    return {};
-}
-
 RemoteScreen remoteScreenFrom(const std::optional<std::string>& stored,
                               const std::optional<std::string>& legacyVirtual) {
     if (stored)

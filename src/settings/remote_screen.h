@@ -15,8 +15,6 @@ inline constexpr std::array<RemoteScreen, 3> allRemoteScreens{RemoteScreen::mirr
 // "mirror", "extend", "real".
 std::string rawValue(RemoteScreen screen);
 std::optional<RemoteScreen> remoteScreenFromRaw(const std::string& raw);
-// The text shown in the settings window.
-std::string title(RemoteScreen screen);
 
 // A valid stored "remoteScreen" wins; otherwise the legacy "virtualDisplays" decides
 // ("never" -> real, "always" -> extend); otherwise mirror.

@@ -1,5 +1,6 @@
 #pragma once
-// One snapshot of every server setting, read afresh for each start and then dropped.
+// One snapshot of every server setting, read afresh for each start and then dropped. A new
+// snapshot holds every setting's default (the settings table's).
 
 #include "settings/remote_screen.h"
 
@@ -10,26 +11,28 @@
 namespace velmora {
 
 struct ServerSettings {
-    std::int64_t port = 3389;
-    double scale = 0.75;
-    std::int64_t fps = 30;
-    bool adaptiveFps = true;
-    bool cursor = false;
-    bool requireLogin = true;
+    ServerSettings();
+
+    std::int64_t port;
+    double scale;
+    std::int64_t fps;
+    bool adaptiveFps;
+    bool cursor;
+    bool requireLogin;
     std::optional<std::string> nlaLogin;
-    bool avc444 = false;
-    bool ctrlAsCmd = true;
-    bool audio = true;
-    bool clipboard = true;
-    std::int64_t maxPixels = 2073600;
-    RemoteScreen remoteScreen = RemoteScreen::mirror;
-    bool videoEncoder = true;
-    std::int64_t bitrateMbps = 10;
-    std::int64_t maxWidth = 0;
+    bool avc444;
+    bool ctrlAsCmd;
+    bool audio;
+    bool clipboard;
+    std::int64_t maxPixels;
+    RemoteScreen remoteScreen;
+    bool videoEncoder;
+    std::int64_t bitrateMbps;
+    std::int64_t maxWidth;
     std::optional<std::string> statsFile;
-    std::string h264Profile = "baseline";
-    std::int64_t h264GopSec = 0;
-    std::int64_t sizeAlign = 2;
+    std::string h264Profile;
+    std::int64_t h264GopSec;
+    std::int64_t sizeAlign;
 
     bool operator==(const ServerSettings&) const = default;
 };

@@ -1,7 +1,7 @@
 #include "usage/usage_ping.h"
 
 #include "core/text.h"
-#include "core/work_queue.h"
+#include "platform/work_queue.h"
 #include "netcheck/http.h"
 #include "platform/system_info.h"
 
@@ -67,7 +67,7 @@ void UsagePing::send(bool active, const std::string& serverBase, const std::opti
     ++inFlight_;
     std::weak_ptr<UsagePing> weak = weak_from_this();
     // The link, not the queue: a quit while the request is in flight must find nothing gone.
-    globalQueue().async([request = std::move(request), weak, mainQueue = mainQueue_.link(), sentMinutes, stats] {
+    platform::globalQueue().async([request = std::move(request), weak, mainQueue = mainQueue_.link(), sentMinutes, stats] {
         auto response = Http::perform(request);
         bool accepted = response && response->status <= 299;
         mainQueue->post([weak, accepted, sentMinutes, stats] {

@@ -1,7 +1,7 @@
 #include "usage/usage_service.h"
 
 #include "core/files.h"
-#include "core/work_queue.h"
+#include "platform/work_queue.h"
 #include "netcheck/net_info.h"
 #include "netcheck/service_url.h"
 #include "settings/keys.h"
@@ -22,36 +22,13 @@ UsageService::UsageService(MainQueue& mainQueue, platform::DefaultsStore& store,
     if (!options_.serverBase) options_.serverBase = [] { return serviceBaseURL(); };
 }
 
-void UsageService::start(std::function<void()> afterEachTick) {
-    afterEachTick_ = std::move(afterEachTick);
-    stop();
-    schedule();
-}
-
-void UsageService::stop() {
-    if (timer_) timer_->cancel();
-    timer_.reset();
-}
-
-void UsageService::schedule() {
-    std::weak_ptr<UsageService> weak = weak_from_this();
-    timer_ = mainQueue_.postAfter(tickSeconds, [weak] {
-        auto self = weak.lock();
-        if (!self) return;
-        self->usageTick();
-        if (self->afterEachTick_) self->afterEachTick_();
-        self->schedule();
-    });
-}
-
-void UsageService::usageTick() {
+void UsageService::usageTick(bool running) {
     if (!store_.boolean(Key::usagePing)) return;
     const std::int64_t port = store_.integer(Key::port);
-    const bool running = options_.serverRunning && options_.serverRunning();
     std::weak_ptr<UsageService> weak = weak_from_this();
     ClientCounter count = options_.countClients;
     // The link, not the queue: a quit while the count runs must find nothing gone.
-    globalQueue().async([weak, count, mainQueue = mainQueue_.link(), port, running] {
+    platform::globalQueue().async([weak, count, mainQueue = mainQueue_.link(), port, running] {
         int clients = running ? count(port) : 0;
         mainQueue->post([weak, clients] {
             if (auto self = weak.lock()) self->counted(clients);

@@ -24,16 +24,27 @@ using namespace velmora;
 using velmora::test::readFile;
 using velmora::test::TempHome;
 using velmora::test::writeFile;
+using velmora::test::writeScript;
 
 namespace {
 
+// The permissions window as the controller sees it.
+struct FakeWindow final : PermissionsWindowView {
+    bool visible = false;
+    PermissionsModel shown;
+    void render(const PermissionsModel& model) override { shown = model; }
+    void present() override { visible = true; }
+    void orderOut() override { visible = false; }
+    bool onScreen() const override { return visible; }
+};
+
 struct FakeView final : AppView, Desktop {
-    std::vector<std::string> events;
+    std::vector<std::string> events, notices;
     std::vector<MenuItem> menu;
     MenuState shown;
     std::string statusLine;
-    std::vector<PermissionsRequest> permissionRequests;
-    bool hasPermissionsWindow = false;
+    bool windows = true;
+    FakeWindow* window = nullptr;
     std::vector<Alert> alerts;
     int alertAnswer = 0;
     std::vector<std::string> copied, opened;
@@ -53,11 +64,14 @@ struct FakeView final : AppView, Desktop {
         statusLine = state.statusLine;
     }
     void setStatusLine(const std::string& title) override { statusLine = title; }
-    void openSettings() override { events.push_back("settings"); }
-    bool showPermissions(const PermissionsRequest& request) override {
-        permissionRequests.push_back(request);
-        return hasPermissionsWindow;
+    bool showsWindows() const override { return windows; }
+    void openSettings(SettingsForm&) override { events.push_back("settings"); }
+    std::unique_ptr<PermissionsWindowView> makePermissionsWindow(PermissionsController&) override {
+        auto made = std::make_unique<FakeWindow>();
+        window = made.get();
+        return made;
     }
+    void notify(const std::string& message) override { notices.push_back(message); }
     int runAlert(const Alert& alert) override {
         alerts.push_back(alert);
         return alertAnswer;
@@ -79,10 +93,8 @@ protected:
         platform::makeDirectories(platform::logDirectory());
         answer("screen=1 input=1");
         // The probe answers from a file; the server itself just waits.
-        std::string server = home.path() + "/prefix" + platform::serverExecutableSuffix();
-        writeFile(server, "#!/bin/sh\nif [ -n \"$MAC_SHADOW_PERMS\" ]; then cat '" + home.path() +
-                              "/answer'; exit 0; fi\nexec sleep 1000\n");
-        ::chmod(server.c_str(), 0755);
+        writeScript(home.path() + "/prefix" + platform::serverExecutableSuffix(),
+                    "if [ -n \"$MAC_SHADOW_PERMS\" ]; then cat '" + home.path() + "/answer'; exit 0; fi\nexec sleep 1000\n");
     }
     void TearDown() override {
         if (delegate) {
@@ -95,27 +107,29 @@ protected:
     void settings(const std::string& json) { writeFile(platform::defaultsLocation(), json); }
 
     void launch() {
-        AppDelegate::Options options;
-        options.bundleRoot = home.path() + "/prefix";
-        options.stopLeftovers = [this] {
-            view.events.push_back("stop leftovers");
-            return 2;
-        };
-        options.stopGrace = 2;
-        delegate = AppDelegate::create(queue, platform::DefaultsStore(), view, view, options);
+        delegate = AppDelegate::create({.mainQueue = queue,
+                                        .view = view,
+                                        .desktop = view,
+                                        .bundleRoot = home.path() + "/prefix",
+                                        .stopLeftovers =
+                                            [this] {
+                                                view.events.push_back("stop leftovers");
+                                                return 2;
+                                            },
+                                        .stopGrace = 2});
         delegate->applicationDidFinishLaunching();
     }
     bool running() { return delegate->supervisor()->running(); }
-    void waitUntilRunning() { ASSERT_TRUE(queue->runUntil([&] { return running(); })); }
+    void waitUntilRunning() { ASSERT_TRUE(queue.runUntil([&] { return running(); })); }
     void waitForIdle() {
-        ASSERT_TRUE(queue->runUntil([&] { return !delegate->supervisor()->starting(); }));
-        queue->runPending();
+        ASSERT_TRUE(queue.runUntil([&] { return !delegate->supervisor()->starting(); }));
+        queue.runPending();
     }
 
     TempHome home;
     test::ScopedEnv noOverride{"KORVEN_CLI", std::nullopt};
     test::ScopedEnv noService{"VELMORA_SERVICE_URL", std::string("http://127.0.0.1:9")};
-    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+    ManualQueue queue;
     FakeView view;
     std::shared_ptr<AppDelegate> delegate;
 };
@@ -123,8 +137,9 @@ protected:
 TEST_F(AppDelegateTest, StartsUpInOrderAndShowsTheRunningServer) {
     settings(R"({"security": "tls", "usagePing": false})");
     launch();
-    // The menu and its first state come before the clean-ups, and the start comes last.
-    std::vector<std::string> expected{"accessory", "status item", "menu", "show", "stop leftovers"};
+    // The menu and its first state come before the clean-ups, and the start ("Checking
+    // permissions…") comes last.
+    std::vector<std::string> expected{"accessory", "status item", "menu", "show", "stop leftovers", "show"};
     EXPECT_EQ(view.events, expected);
     EXPECT_EQ(view.statusLine, "Checking permissions…");
     EXPECT_FALSE(platform::DefaultsStore().storedObject(Key::sec).has_value());
@@ -186,40 +201,41 @@ TEST_F(AppDelegateTest, TogglesWriteTheStoreAndALoginItemFailureIsShown) {
 }
 
 TEST_F(AppDelegateTest, MissingPermissionsAtStartUp) {
-    // autoStart off: the window without automatic continuation; its continuation starts the server.
+    // autoStart off: the window without automatic continuation; its "Start Server" starts the server.
     settings(R"({"autoStart": false, "usagePing": false})");
     answer("screen=1 input=0");
-    view.hasPermissionsWindow = true;
     launch();
-    ASSERT_TRUE(queue->runUntil([&] { return !view.permissionRequests.empty(); }));
-    const PermissionsRequest request = view.permissionRequests.front();
-    EXPECT_FALSE(request.autoContinue);
-    EXPECT_TRUE(request.repair);
-    EXPECT_EQ(request.lastKnown, (PermStatus{true, false}));
+    ASSERT_TRUE(queue.runUntil([&] { return view.window && view.window->visible; }));
     EXPECT_FALSE(running());
     answer("screen=1 input=1");
-    request.onReady();
+    queue.advance(2);  // the window's poll sees everything allowed, but only the button goes on
+    ASSERT_TRUE(queue.runUntil([&] { return view.window->shown.startButtonEnabled; }));
+    EXPECT_TRUE(view.window->visible);
+    EXPECT_FALSE(running());
+    delegate->permissions().startNow();
     waitUntilRunning();
 }
 
 TEST_F(AppDelegateTest, WithoutAPermissionsWindowTheMinuteTickStartsTheServerOnceAllowed) {
     settings(R"({"usagePing": false})");
     answer("screen=0 input=1");
+    view.windows = false;
     launch();
     waitForIdle();
-    ASSERT_EQ(view.permissionRequests.size(), 1u);
-    EXPECT_TRUE(view.permissionRequests[0].autoContinue);
+    ASSERT_EQ(view.notices.size(), 1u);
+    EXPECT_EQ(view.notices[0], "Velmora Server lacks permission (ScreenCapture): it could not read the X display or "
+                               "found no XTEST; the server was not started (checking again every minute)");
     EXPECT_TRUE(delegate->startRetryPending());
 
     // Still missing a minute later: checked again, but not reported again.
-    queue->advance(60);
+    queue.advance(60);
     waitForIdle();
     EXPECT_FALSE(running());
-    EXPECT_EQ(view.permissionRequests.size(), 1u);
+    EXPECT_EQ(view.notices.size(), 1u);
     EXPECT_TRUE(delegate->startRetryPending());
 
     answer("screen=1 input=1");
-    queue->advance(60);
+    queue.advance(60);
     waitUntilRunning();
     EXPECT_FALSE(delegate->startRetryPending());
 }
@@ -234,7 +250,7 @@ TEST_F(AppDelegateTest, TestConnectionMakesNoCheckWhileStoppedAndCopiesTheFirstA
     waitForIdle();
 
     delegate->perform(MenuAction::testConnection);
-    ASSERT_TRUE(queue->runUntil([&] { return view.alerts.size() == 1; }));
+    ASSERT_TRUE(queue.runUntil([&] { return view.alerts.size() == 1; }));
     EXPECT_EQ(view.alerts[0].message, "Test Connection");
     EXPECT_EQ(view.alerts[0].buttons, (std::vector<std::string>{"OK", "Copy Address"}));
     EXPECT_EQ(view.alerts[0].informative, NetInfo::report(listener.port(), false, {}, false, {}, false));
@@ -247,7 +263,7 @@ TEST_F(AppDelegateTest, TestConnectionMakesNoCheckWhileStoppedAndCopiesTheFirstA
     view.loginItem = true;
     view.alertAnswer = 1;  // "Copy Address"
     delegate->perform(MenuAction::testConnection);
-    ASSERT_TRUE(queue->runUntil([&] { return view.alerts.size() == 2; }, 20));
+    ASSERT_TRUE(queue.runUntil([&] { return view.alerts.size() == 2; }, 20));
     const std::string& report = view.alerts[1].informative;
     EXPECT_EQ(report.rfind("The server is listening on port " + std::to_string(listener.port()) + " on this Mac.\n", 0),
               0u)
@@ -268,7 +284,7 @@ TEST_F(AppDelegateTest, CopyDiagnosticsProbesCopiesARedactedReportAndRestoresThe
     writeFile(platform::logFilePath(), "env MAC_SHADOW_NLA=anna:0123456789abcdef0123456789abcdef\n");
 
     delegate->perform(MenuAction::copyDiagnostics);
-    ASSERT_TRUE(queue->runUntil([&] { return !view.copied.empty(); }));
+    ASSERT_TRUE(queue.runUntil([&] { return !view.copied.empty(); }));
     const std::string& report = view.copied.front();
     EXPECT_EQ(report.rfind("Velmora " + appVersion() + "\n", 0), 0u) << report;
     EXPECT_NE(report.find("\nPermission Velmora Server Screen Recording: granted\n"
@@ -278,9 +294,9 @@ TEST_F(AppDelegateTest, CopyDiagnosticsProbesCopiesARedactedReportAndRestoresThe
     EXPECT_NE(report.find("env [removed]"), std::string::npos) << report;
     EXPECT_EQ(report.find("0123456789abcdef"), std::string::npos);
     EXPECT_EQ(view.statusLine, "Diagnostics copied. Paste them into your email.");
-    queue->advance(3.9);
+    queue.advance(3.9);
     EXPECT_EQ(view.statusLine, "Diagnostics copied. Paste them into your email.");
-    queue->advance(0.2);
+    queue.advance(0.2);
     EXPECT_EQ(view.statusLine, "Stopped");
 }
 

@@ -4,7 +4,7 @@
 #include "core/manual_queue.h"
 #include "nla/login_form.h"
 #include "nla/nla_login.h"
-#include "permissions/app_log.h"
+#include "platform/app_log.h"
 #include "platform/paths.h"
 #include "support/e2e_harness.h"
 #include "support/keyring.h"
@@ -29,8 +29,9 @@ public:
     void buildMenu(const std::vector<MenuItem>&) override {}
     void show(const MenuState&) override { events.push_back("menu"); }
     void setStatusLine(const std::string&) override {}
-    void openSettings() override {}
-    bool showPermissions(const PermissionsRequest&) override { return false; }
+    void openSettings(SettingsForm&) override {}
+    std::unique_ptr<PermissionsWindowView> makePermissionsWindow(PermissionsController&) override { return nullptr; }
+    void notify(const std::string&) override {}
 
     int runAlert(const Alert& alert) override {
         alerts.push_back(alert);
@@ -55,11 +56,12 @@ protected:
         test::writeScript(home.path() + "/prefix/libexec/velmora/velmora-server",
                           "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
                           "echo \"server running with $*\"\nexec sleep 1000\n");
-        AppDelegate::Options options;
-        options.bundleRoot = home.path() + "/prefix";
-        options.stopLeftovers = [] { return 0; };
-        options.stopGrace = 0.5;
-        app = AppDelegate::create(queue, platform::DefaultsStore(), screen, screen, options);
+        app = AppDelegate::create({.mainQueue = queue,
+                                   .view = screen,
+                                   .desktop = screen,
+                                   .bundleRoot = home.path() + "/prefix",
+                                   .stopLeftovers = [] { return 0; },
+                                   .stopGrace = 0.5});
     }
 
     void TearDown() override {
@@ -77,7 +79,7 @@ protected:
     }
 
     test::TempHome home;
-    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+    ManualQueue queue;
     RecordingScreen screen;
     std::shared_ptr<AppDelegate> app;
 };
@@ -93,21 +95,21 @@ TEST_F(SettingsFormTest, FillingFollowsTheChoiceThresholdsAndSavingStoresOnlyThe
                                            std::tuple{5999999, 1, 3686400}, std::tuple{6000000, 2, 8294400}}) {
         storeDefaults(R"({"maxPixels": )" + std::to_string(maxPixels) + rest);
         SettingsFields fields = form().fill();
-        EXPECT_EQ(fields.maxSize, shown) << maxPixels;
+        EXPECT_EQ(fields.get<int>("maxPixels"), shown) << maxPixels;
         ASSERT_TRUE(save(fields));
         EXPECT_EQ(platform::DefaultsStore().storedObject("maxPixels"), platform::DefaultsValue(std::int64_t{saved}));
     }
 
     storeDefaults(R"({"maxPixels": 1)" + rest);
     SettingsFields fields = form().fill();
-    EXPECT_EQ(fields.port, "3390");
-    EXPECT_EQ(fields.maxWidth, 0);  // 6000 is no item: "Automatic"
-    EXPECT_EQ(fields.fps, -1);      // 25 matches no item
-    EXPECT_EQ(fields.bitrate, 2);
-    EXPECT_EQ(SettingsForm::scaleText(fields.scale), "87%");
-    EXPECT_EQ(fields.remoteScreen, 1);  // the legacy key decides over an unknown value
-    EXPECT_FALSE(fields.audio);
-    EXPECT_TRUE(fields.clipboard);  // registered defaults show too
+    EXPECT_EQ(fields.get<std::string>("port"), "3390");
+    EXPECT_EQ(fields.get<int>("maxWidth"), 0);  // 6000 is no item: "Automatic"
+    EXPECT_EQ(fields.get<int>("fps"), -1);      // 25 matches no item
+    EXPECT_EQ(fields.get<int>("bitrateMbps"), 2);
+    EXPECT_EQ(SettingsForm::scaleText(fields.get<double>("scale")), "87%");
+    EXPECT_EQ(fields.get<int>("remoteScreen"), 1);  // the legacy key decides over an unknown value
+    EXPECT_FALSE(fields.get<bool>("audio"));
+    EXPECT_TRUE(fields.get<bool>("clipboard"));  // registered defaults show too
 
     ASSERT_TRUE(save(fields));
     platform::DefaultsStore store;
@@ -122,10 +124,10 @@ TEST_F(SettingsFormTest, FillingFollowsTheChoiceThresholdsAndSavingStoresOnlyThe
 
     // The slider's ends, and indexes out of the lists' range clamped.
     for (auto [slider, stored] : {std::pair{100.0, 1.0}, std::pair{25.0, 0.25}, std::pair{20.0, 0.25}}) {
-        fields.scale = slider;
-        fields.maxSize = 7;
-        fields.bitrate = -1;
-        fields.remoteScreen = 9;
+        fields.controls["scale"] = slider;
+        fields.controls["maxPixels"] = 7;
+        fields.controls["bitrateMbps"] = -1;
+        fields.controls["remoteScreen"] = 9;
         ASSERT_TRUE(save(fields));
         platform::DefaultsStore again;
         EXPECT_EQ(again.storedObject("scale"), V(stored)) << slider;
@@ -154,7 +156,7 @@ TEST_F(SettingsFormTest, TheLoginIsSavedFirstAndBadPortsStopTheSaveWithTheirAler
 
     // A name without a password and no stored login.
     fields.nlaUser = "anna";
-    fields.audio = true;
+    fields.controls["audio"] = true;
     EXPECT_FALSE(save(fields));
     ASSERT_EQ(screen.alerts.size(), 1u);
     EXPECT_EQ(screen.alerts[0], (Alert{"Windows login", LoginForm::passwordNeeded, {"OK"}}));
@@ -163,7 +165,7 @@ TEST_F(SettingsFormTest, TheLoginIsSavedFirstAndBadPortsStopTheSaveWithTheirAler
     // The login is saved even though the port is refused; nothing else is stored.
     for (const std::string port : {"1023", "65536"}) {
         fields.nlaPass = "s3cret";
-        fields.port = port;
+        fields.controls["port"] = std::string(port);
         EXPECT_FALSE(save(fields));
         EXPECT_EQ(fields.nlaPass, "");
         EXPECT_EQ(screen.alerts.back(), (Alert{"Port", "\"" + port + "\"" + portTail, {"OK"}}));
@@ -179,7 +181,7 @@ TEST_F(SettingsFormTest, TheLoginIsSavedFirstAndBadPortsStopTheSaveWithTheirAler
     EXPECT_EQ(fields.nlaPassPlaceholder, "unchanged");
     EXPECT_EQ(fields.nlaStatus, "Set. Clear the user name to remove it; type a password to change it.");
     fields.nlaUser = "\t bob ";
-    fields.port = "3390";
+    fields.controls["port"] = std::string("3390");
     std::size_t alerts = screen.alerts.size();
     EXPECT_TRUE(save(fields));
     EXPECT_EQ(screen.alerts.size(), alerts);
@@ -198,17 +200,17 @@ TEST_F(SettingsFormTest, TheLoginIsSavedFirstAndBadPortsStopTheSaveWithTheirAler
 
 TEST_F(SettingsFormTest, SavingRestartsARunningServerWithTheNewPortAfterHidingTheWindow) {
     app->supervisor()->startServer();
-    ASSERT_TRUE(queue->runUntil([&] { return app->supervisor()->running(); }, 30));
+    ASSERT_TRUE(queue.runUntil([&] { return app->supervisor()->running(); }, 30));
     pid_t first = app->supervisor()->task()->pid();
 
     SettingsFields fields = form().fill();
-    fields.port = "3391";
+    fields.controls["port"] = std::string("3391");
     ASSERT_TRUE(form().save(fields, [&] {
         screen.events.push_back("hide");
         EXPECT_TRUE(app->supervisor()->running()) << "hidden before the restart";
     }));
     EXPECT_FALSE(test::processAlive(first));
-    ASSERT_TRUE(queue->runUntil([&] { return app->supervisor()->running(); }, 30));
+    ASSERT_TRUE(queue.runUntil([&] { return app->supervisor()->running(); }, 30));
     EXPECT_NE(app->supervisor()->task()->pid(), first);
     auto messages = test::logMessages();
     EXPECT_NE(std::find_if(messages.begin(), messages.end(),

@@ -1,7 +1,7 @@
 #include "permissions/helper_perms.h"
 
 #include "core/manual_queue.h"
-#include "permissions/app_log.h"
+#include "platform/app_log.h"
 #include "platform/paths.h"
 #include "settings/keys.h"
 #include "support/scoped_env.h"
@@ -42,7 +42,7 @@ protected:
             called = true;
             result = status;
         });
-        EXPECT_TRUE(queue->runUntil([&] { return called; }, 30));
+        EXPECT_TRUE(queue.runUntil([&] { return called; }, 30));
         return result;
     }
     std::optional<PermStatus> run(const std::shared_ptr<HelperPerms>& perms, const std::string& mode) {
@@ -55,7 +55,8 @@ protected:
     TempHome home;
     std::string prefix;
     std::string calls;
-    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+    ManualQueue queue;
+    platform::DefaultsStore store;
 };
 
 std::chrono::system_clock::time_point utc(int hour, int minute, int second, int millis) {
@@ -67,8 +68,7 @@ std::chrono::system_clock::time_point utc(int hour, int minute, int second, int 
 
 TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
     installServer("echo 'server starting'; echo 'screen=1 input=0'");
-    platform::DefaultsStore store;
-    auto perms = HelperPerms::create(queue, store, prefix);
+    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix});
     EXPECT_EQ(run(perms, "check"), (PermStatus{true, false}));
     EXPECT_FALSE(perms->lastProbeFailed());
     EXPECT_FALSE(perms->grantedBefore());
@@ -95,7 +95,7 @@ TEST_F(HelperPermsTest, WithoutAnExecutableServerTheProbeFailsAtOnceAndQuietly) 
     writeScript(home.path() + "/not-executable", "echo screen=1 input=1");
     ::chmod((home.path() + "/not-executable").c_str(), 0644);
     ::setenv("KORVEN_CLI", (home.path() + "/not-executable").c_str(), 1);
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix});
     bool called = false;
     std::optional<PermStatus> result{PermStatus{true, true}};
     perms->check([&](std::optional<PermStatus> status) {
@@ -104,19 +104,19 @@ TEST_F(HelperPermsTest, WithoutAnExecutableServerTheProbeFailsAtOnceAndQuietly) 
     });
     EXPECT_TRUE(perms->lastProbeFailed());
     EXPECT_FALSE(called);  // delivered later, on the main queue
-    queue->runPending();
+    queue.runPending();
     EXPECT_TRUE(called);
     EXPECT_EQ(result, std::nullopt);
-    EXPECT_FALSE(fileExists(AppLog::path()));
+    EXPECT_FALSE(fileExists(platform::AppLog::path()));
 }
 
 TEST_F(HelperPermsTest, CompletionIsDroppedOnceTheServiceIsGone) {
     installServer("echo 'screen=1 input=1'");
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
+    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix});
     bool called = false;
     perms->check([&](std::optional<PermStatus>) { called = true; });
     perms.reset();  // finishes the queued probe, whose answer then finds nobody
-    queue->runPending();
+    queue.runPending();
     EXPECT_FALSE(called);
     EXPECT_TRUE(logMessages().empty());
 }
@@ -124,17 +124,17 @@ TEST_F(HelperPermsTest, CompletionIsDroppedOnceTheServiceIsGone) {
 TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
     installServer("echo 'screen=1 input=1'");
     std::string resets = home.path() + "/resets";
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
     // Linux keeps no privacy lists: the repair still runs the request probe.
-    EXPECT_FALSE(perms->resetTool);
-    repair(perms, permRepairPlan({false, false}, false));
+    EXPECT_FALSE(platform::privacyResetTool());
+    repair(HelperPerms::create(queue, store, {.bundleRoot = prefix}), permRepairPlan({false, false}, false));
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
     ::unlink(calls.c_str());
-    ::unlink(AppLog::path().c_str());
+    ::unlink(platform::AppLog::path().c_str());
 
-    perms->resetTool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
-                                                        "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
-                                                        "exit 0\n");
+    auto tool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
+                                                     "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
+                                                     "exit 0\n");
+    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = tool});
     EXPECT_EQ(repair(perms, permRepairPlan({true, false}, false)), (PermStatus{true, true}));
     EXPECT_EQ(readFile(resets), "reset Accessibility com.velmora.shadow\n");
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
@@ -148,14 +148,13 @@ TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
 
 TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUserAndAToolThatCannotStartIsLogged) {
     std::string resets = home.path() + "/resets";
-    platform::DefaultsStore store;
-    auto perms = HelperPerms::create(queue, store, prefix);
-    perms->resetTool = home.path() + "/missing-tccutil";
-    perms->tccReset("ScreenCapture", "com.velmora.shadow");
+    HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = home.path() + "/missing-tccutil"})
+        ->tccReset("ScreenCapture", "com.velmora.shadow");
     EXPECT_EQ(logMessages(), std::vector<std::string>{"tccutil failed: No such file or directory"});
-    ::unlink(AppLog::path().c_str());
+    ::unlink(platform::AppLog::path().c_str());
 
-    perms->resetTool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
+    auto tool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
+    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = tool});
     perms->cleanUpLegacyEntriesOnce();
     EXPECT_TRUE(store.boolean(Key::legacyAppPermsReset));
     perms->drainQueue();
@@ -163,18 +162,17 @@ TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUserAndAToolThatCannotStartIsLog
     EXPECT_EQ(logMessages(), (std::vector<std::string>{"tccutil reset ScreenCapture com.velmora.app: exit 0",
                                                        "tccutil reset Accessibility com.velmora.app: exit 0"}));
 
-    auto again = HelperPerms::create(queue, store, prefix);
-    again->resetTool = perms->resetTool;
+    auto again = HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = tool});
     again->cleanUpLegacyEntriesOnce();
     again->drainQueue();
     EXPECT_EQ(readFile(resets), "reset ScreenCapture com.velmora.app\nreset Accessibility com.velmora.app\n");
 }
 
 TEST_F(HelperPermsTest, OpenPassesOnlyURLsToTheOpener) {
-    auto perms = HelperPerms::create(queue, platform::DefaultsStore(), prefix);
-    perms->open(HelperPerms::screenURL);  // no opener yet: nothing happens
+    HelperPerms::create(queue, store, {.bundleRoot = prefix})->open(HelperPerms::screenURL);  // no opener: nothing
     std::vector<std::string> opened;
-    perms->opener = [&](const std::string& url) { opened.push_back(url); };
+    auto perms = HelperPerms::create(
+        queue, store, {.bundleRoot = prefix, .openURL = [&](const std::string& url) { opened.push_back(url); }});
     for (const char* url : {HelperPerms::screenURL, HelperPerms::inputURL, "file:///tmp/Velmora.log", "", "no url",
                             "1http://x", "https://a b"})
         perms->open(url);
@@ -184,25 +182,25 @@ TEST_F(HelperPermsTest, OpenPassesOnlyURLsToTheOpener) {
 TEST(AppLog, LinesCarryALocalTimeStampWithMillisecondsAfterAColon) {
     test::ScopedEnv zone("TZ", "UTC");
     ::tzset();
-    EXPECT_EQ(AppLog::line("permission check: screen=1 input=0", utc(9, 5, 7, 4)),
+    EXPECT_EQ(platform::AppLog::line("permission check: screen=1 input=0", utc(9, 5, 7, 4)),
               "[09:05:07:004] [Velmora app] permission check: screen=1 input=0\n");
-    EXPECT_EQ(AppLog::timestamp(utc(23, 59, 59, 999)), "23:59:59:999");
+    EXPECT_EQ(platform::AppLog::timestamp(utc(23, 59, 59, 999)), "23:59:59:999");
     {
         test::ScopedEnv berlin("TZ", "CET-1");
         ::tzset();
-        EXPECT_EQ(AppLog::timestamp(utc(23, 0, 0, 0)), "00:00:00:000") << "local time, not UTC";
+        EXPECT_EQ(platform::AppLog::timestamp(utc(23, 0, 0, 0)), "00:00:00:000") << "local time, not UTC";
     }
     ::tzset();
 }
 
 TEST(AppLog, AppendsWholeLinesInCallOrderWithoutEscapingLineBreaks) {
     test::TempHome home;
-    EXPECT_EQ(AppLog::path(), home.stateHome() + "/velmora/Velmora.log");
+    EXPECT_EQ(platform::AppLog::path(), home.stateHome() + "/velmora/Velmora.log");
     platform::makeDirectories(platform::logDirectory());
-    test::writeFile(AppLog::path(), "server output\n");
-    AppLog::write("first");
-    AppLog::write("two\nlines");
-    std::string log = test::readFile(AppLog::path());
+    test::writeFile(platform::AppLog::path(), "server output\n");
+    platform::AppLog::write("first");
+    platform::AppLog::write("two\nlines");
+    std::string log = test::readFile(platform::AppLog::path());
     ASSERT_EQ(std::count(log.begin(), log.end(), '\n'), 4) << log;
     EXPECT_EQ(log.rfind("server output\n[", 0), 0u);
     EXPECT_NE(log.find("] [Velmora app] first\n["), std::string::npos);
@@ -211,6 +209,6 @@ TEST(AppLog, AppendsWholeLinesInCallOrderWithoutEscapingLineBreaks) {
 
 TEST(AppLog, AMissingFolderDropsTheLineSilentlyAndIsNotCreated) {
     test::TempHome home;
-    AppLog::write("nobody will see this");
+    platform::AppLog::write("nobody will see this");
     EXPECT_FALSE(test::fileExists(platform::logDirectory()));
 }

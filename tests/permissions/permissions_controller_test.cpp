@@ -51,8 +51,8 @@ protected:
                           "fi\n"
                           "cat '" + home.path() + "/answer'\n");
         ::chmod(server.c_str(), 0755);
-        perms = HelperPerms::create(queue, platform::DefaultsStore(), home.path() + "/no-prefix");
-        perms->opener = [this](const std::string& url) { opened.push_back(url); };
+        perms = HelperPerms::create(queue, store, {.bundleRoot = home.path() + "/no-prefix",
+                                                   .openURL = [this](const std::string& url) { opened.push_back(url); }});
         controller = PermissionsController::create(queue, perms, [this](PermissionsController&) {
             auto made = std::make_unique<FakeWindow>();
             window = made.get();
@@ -72,19 +72,20 @@ protected:
     // Runs every probe queued so far and everything they answer, including probes those start.
     void settle() {
         do perms->drainQueue();
-        while (queue->runPending() > 0);
+        while (queue.runPending() > 0);
     }
 
     // Two seconds pass: one poll tick.
     void tick() {
-        queue->advance(PermissionsController::pollSeconds);
+        queue.advance(PermissionsController::pollSeconds);
         settle();
     }
 
     TempHome home;
     std::string server = home.path() + "/server";
     ScopedEnv korven{"KORVEN_CLI", server};
-    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+    ManualQueue queue;
+    platform::DefaultsStore store;
     std::shared_ptr<HelperPerms> perms;
     std::shared_ptr<PermissionsController> controller;
     FakeWindow* window = nullptr;
@@ -106,7 +107,7 @@ TEST_F(PermissionsControllerTest, GrantedAtOnceContinuesByItselfOnlyWhenAskedTo)
     settle();
     EXPECT_EQ(ready, 1);
     EXPECT_FALSE(window->visible);
-    queue->advance(10);
+    queue.advance(10);
     settle();
     EXPECT_EQ(ready, 1);
     EXPECT_EQ(probes(), std::vector<std::string>{"check"});  // no repair, and no poll once closed
@@ -168,13 +169,13 @@ TEST_F(PermissionsControllerTest, RepairAgainAndThePollWaitWhileARepairRuns) {
     platform::DefaultsStore().set(Key::helperPermsGrantedOnce, true);
     writeFile(home.path() + "/hold", "");
     controller->show(false, true, onReady);
-    ASSERT_TRUE(queue->runUntil([&] { return controller->busy(); }, 30));
+    ASSERT_TRUE(queue.runUntil([&] { return controller->busy(); }, 30));
     EXPECT_FALSE(window->model.repairButtonEnabled);
     EXPECT_EQ(window->model.summary.text,
               "Adding Velmora Server to the lists in System Settings\u2026  (macOS may show its own prompts: choose "
               "Open System Settings.)");
     controller->repairAgain();
-    queue->advance(3 * PermissionsController::pollSeconds);
+    queue.advance(3 * PermissionsController::pollSeconds);
 
     ::unlink((home.path() + "/hold").c_str());
     settle();
@@ -195,7 +196,7 @@ TEST_F(PermissionsControllerTest, ClosingDropsWhatWouldContinueAndAHiddenWindowI
     controller->show(true, false, onReady);
     settle();
     window->visible = false;  // ordered out by someone else
-    queue->advance(3 * PermissionsController::pollSeconds);
+    queue.advance(3 * PermissionsController::pollSeconds);
     settle();
     EXPECT_EQ(probes(), std::vector<std::string>{"check"});
     window->visible = true;
@@ -209,7 +210,7 @@ TEST_F(PermissionsControllerTest, ClosingDropsWhatWouldContinueAndAHiddenWindowI
     controller->windowWillClose();
     window->visible = false;
     settle();
-    queue->advance(10);
+    queue.advance(10);
     settle();
     EXPECT_EQ(ready, 0);
     EXPECT_EQ(probes().size(), 3u);

@@ -1,7 +1,8 @@
 #include "process/server_supervisor.h"
 
 #include "core/manual_queue.h"
-#include "permissions/app_log.h"
+#include "permissions/helper_perms.h"
+#include "platform/app_log.h"
 #include "platform/paths.h"
 #include "settings/settings_store.h"
 #include "support/temp_home.h"
@@ -18,6 +19,25 @@ using namespace velmora;
 using namespace velmora::test;
 
 namespace {
+
+// The application's side, with the real permission service asking the script below.
+struct Owner final : SupervisorOwner {
+    std::shared_ptr<HelperPerms> perms;
+    std::optional<std::string> executable;
+    platform::DefaultsStore store;
+    std::function<void()> ready;  // what the permissions window would continue with
+    int refreshes = 0;
+
+    std::optional<std::string> serverExecutable() const override { return executable; }
+    void checkServerPermissions(std::function<void(StartPermission)> answer) override {
+        perms->check([answer](std::optional<PermStatus> status) {
+            answer(!status ? StartPermission::noAnswer : status->allOK() ? StartPermission::granted : StartPermission::missing);
+        });
+    }
+    ServerSettings settingsForLaunch() override { return currentSettings(store, [] { return std::nullopt; }); }
+    void permissionsMissing(std::function<void()> startAgain) override { ready = std::move(startAgain); }
+    void serverStateChanged() override { ++refreshes; }
+};
 
 // A server helper played by a script: it answers the probe with the contents of the file
 // "answer", and otherwise behaves as the file "mode" says.
@@ -38,19 +58,15 @@ protected:
                         "  exit1) exit 1 ;;\n"
                         "  *) exec sleep 1000 ;;\n"
                         "esac\n");
-        perms = HelperPerms::create(queue, platform::DefaultsStore(), dir + "/prefix");
-        supervisor = ServerSupervisor::create(queue, perms, platform::DefaultsStore());
-        platform::DefaultsStore store;
-        registerDefaultsAndMigrate(store);
-        supervisor->readSettings = [store] { return currentSettings(store, [] { return std::nullopt; }); };
-        supervisor->refreshMenu = [this] { ++refreshes; };
-        supervisor->setStatusLine = [this](const std::string& text) { statusLines.push_back(text); };
+        registerDefaultsAndMigrate(owner.store);
+        owner.perms = HelperPerms::create(queue, owner.store, {.bundleRoot = dir + "/prefix"});
+        owner.executable = owner.perms->helperBinary();
+        supervisor = ServerSupervisor::create(queue, owner, 0.5);
     }
 
     void TearDown() override {
-        supervisor->stopGrace = 0.5;
         supervisor->stopServer();
-        perms->drainQueue();
+        owner.perms->drainQueue();
     }
 
     void setAnswer(const std::string& answer) { writeFile(dir + "/answer", answer + "\n"); }
@@ -63,23 +79,21 @@ protected:
     // Starts and waits (in real time) until the permission check has finished.
     void startAndSettle() {
         supervisor->startServer();
-        ASSERT_TRUE(queue->runUntil([&] { return !supervisor->starting(); }, 30));
+        ASSERT_TRUE(queue.runUntil([&] { return !supervisor->starting(); }, 30));
     }
 
     // Kills the running server as a crash would, and waits until its end has been handled.
     void crash() {
         ASSERT_TRUE(supervisor->running());
         ::kill(supervisor->task()->pid(), SIGKILL);
-        ASSERT_TRUE(queue->runUntil([&] { return !supervisor->task(); }, 30));
+        ASSERT_TRUE(queue.runUntil([&] { return !supervisor->task(); }, 30));
     }
 
     TempHome home;
     std::string dir;
-    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
-    std::shared_ptr<HelperPerms> perms;
+    ManualQueue queue;
+    Owner owner;
     std::shared_ptr<ServerSupervisor> supervisor;
-    int refreshes = 0;
-    std::vector<std::string> statusLines;
 };
 
 }  // namespace
@@ -89,15 +103,15 @@ TEST_F(SupervisorTest, StartChecksPermissionsThenLaunchesWithOutputInTheLog) {
     supervisor->startServer();  // ignored: a check is under way
     EXPECT_TRUE(supervisor->starting());
     EXPECT_EQ(supervisor->idleStatusLine(), "Checking permissions…");
-    EXPECT_EQ(statusLines, std::vector<std::string>{"Checking permissions…"});
-    ASSERT_TRUE(queue->runUntil([&] { return supervisor->running(); }, 30));
+    EXPECT_EQ(owner.refreshes, 1);
+    ASSERT_TRUE(queue.runUntil([&] { return supervisor->running(); }, 30));
     supervisor->startServer();  // ignored: running
-    queue->runPending();
+    queue.runPending();
     EXPECT_EQ(probes(), 1u);
     EXPECT_FALSE(supervisor->lastError());
 
     // The server's own line arrives whenever the script gets to it.
-    for (int i = 0; i < 10000 && readFile(AppLog::path()).find("server running with") == std::string::npos; ++i)
+    for (int i = 0; i < 10000 && readFile(platform::AppLog::path()).find("server running with") == std::string::npos; ++i)
         ::usleep(1000);
     auto messages = logMessages();
     ASSERT_GE(messages.size(), 3u);
@@ -108,18 +122,18 @@ TEST_F(SupervisorTest, StartChecksPermissionsThenLaunchesWithOutputInTheLog) {
     for (const auto& message : messages) EXPECT_EQ(message.find("warning"), std::string::npos);
 
     pid_t pid = supervisor->task()->pid();
-    int before = refreshes;
+    int before = owner.refreshes;
     supervisor->toggleServer();
     EXPECT_FALSE(supervisor->running());
     EXPECT_NE(::kill(pid, 0), 0);
-    EXPECT_GT(refreshes, before);
-    queue->runPending();  // the watcher's end arrives, but a deliberate stop is no unexpected end
+    EXPECT_GT(owner.refreshes, before);
+    queue.runPending();  // the watcher's end arrives, but a deliberate stop is no unexpected end
     messages = logMessages();
     EXPECT_EQ(messages.back(), "Velmora Server stopped");
     EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
                             [](const std::string& m) { return m.rfind("Velmora Server ended", 0) == 0; }),
               0);
-    EXPECT_EQ(queue->pendingTimers(), 0u);
+    EXPECT_EQ(queue.pendingTimers(), 0u);
     EXPECT_EQ(supervisor->idleStatusLine(), "Stopped");
 }
 
@@ -128,23 +142,23 @@ TEST_F(SupervisorTest, CrashesRestartAfterGrowingDelaysAndALongRunResetsTheCount
     std::vector<double> delays;
     for (int round = 0; round < 7; ++round) {
         ASSERT_TRUE(supervisor->running());
-        queue->advance(10);  // each run lasts 10 s on the main queue's clock
+        queue.advance(10);  // each run lasts 10 s on the main queue's clock
         crash();
         EXPECT_EQ(supervisor->lastError(), "Stopped unexpectedly (code 137)");
         EXPECT_EQ(supervisor->idleStatusLine(), "Stopped unexpectedly (code 137)");
         ASSERT_TRUE(supervisor->restartPending());
-        delays.push_back(queue->secondsToNextTimer());
-        queue->advanceToNextTimer();
-        ASSERT_TRUE(queue->runUntil([&] { return supervisor->running(); }, 30));
+        delays.push_back(queue.secondsToNextTimer());
+        queue.advanceToNextTimer();
+        ASSERT_TRUE(queue.runUntil([&] { return supervisor->running(); }, 30));
         EXPECT_FALSE(supervisor->lastError());  // cleared at launch
     }
     EXPECT_EQ(delays, (std::vector<double>{2, 4, 8, 16, 32, 60, 60}));
     EXPECT_EQ(supervisor->unexpectedEnds(), 7);
 
-    queue->advance(301);
+    queue.advance(301);
     crash();
     EXPECT_EQ(supervisor->unexpectedEnds(), 1);
-    EXPECT_EQ(queue->secondsToNextTimer(), 2);
+    EXPECT_EQ(queue.secondsToNextTimer(), 2);
 
     auto messages = logMessages();
     std::vector<std::string> restarts;
@@ -163,11 +177,11 @@ TEST_F(SupervisorTest, CrashesRestartAfterGrowingDelaysAndALongRunResetsTheCount
 TEST_F(SupervisorTest, StopCancelsAPendingRestartAndACleanEndIsNotRestarted) {
     setMode("exit1");
     startAndSettle();
-    ASSERT_TRUE(queue->runUntil([&] { return supervisor->restartPending(); }, 30));
+    ASSERT_TRUE(queue.runUntil([&] { return supervisor->restartPending(); }, 30));
     EXPECT_EQ(supervisor->lastError(), "Stopped unexpectedly (code 1)");
     supervisor->stopServer();
     EXPECT_FALSE(supervisor->restartPending());
-    queue->advance(120);
+    queue.advance(120);
     EXPECT_FALSE(supervisor->running());
     EXPECT_FALSE(supervisor->starting());
     EXPECT_EQ(probes(), 1u);
@@ -179,10 +193,10 @@ TEST_F(SupervisorTest, StopCancelsAPendingRestartAndACleanEndIsNotRestarted) {
     // A server that ends cleanly is not restarted.
     setMode("exit0");
     startAndSettle();
-    ASSERT_TRUE(queue->runUntil([&] { return logMessages().back() == "Velmora Server ended (code 0)"; }, 30));
+    ASSERT_TRUE(queue.runUntil([&] { return logMessages().back() == "Velmora Server ended (code 0)"; }, 30));
     EXPECT_FALSE(supervisor->task());
     EXPECT_FALSE(supervisor->lastError());
-    EXPECT_EQ(queue->pendingTimers(), 0u);
+    EXPECT_EQ(queue.pendingTimers(), 0u);
 }
 
 TEST_F(SupervisorTest, FailedChecksBecomeTheErrorLineAndMissingPermissionsShowTheWindow) {
@@ -192,28 +206,24 @@ TEST_F(SupervisorTest, FailedChecksBecomeTheErrorLineAndMissingPermissionsShowTh
     EXPECT_FALSE(supervisor->task());
 
     setAnswer("screen=0 input=1");
-    std::function<void()> ready;
-    supervisor->showPermissions = [&](std::function<void()> callback) { ready = std::move(callback); };
     startAndSettle();
-    ASSERT_TRUE(ready);
+    ASSERT_TRUE(owner.ready);
     EXPECT_FALSE(supervisor->task());
     // Once everything is allowed, the window's callback starts the server.
     setAnswer("screen=1 input=1");
-    ready();
-    ASSERT_TRUE(queue->runUntil([&] { return supervisor->running(); }, 30));
+    owner.ready();
+    ASSERT_TRUE(queue.runUntil([&] { return supervisor->running(); }, 30));
     EXPECT_EQ(probes(), 3u);
 
     supervisor->stopServer();
-    ::setenv("KORVEN_CLI", (dir + "/nothing-here").c_str(), 1);
-    auto lost = ServerSupervisor::create(queue, HelperPerms::create(queue, platform::DefaultsStore(), dir + "/prefix"),
-                                         platform::DefaultsStore());
-    lost->startServer();
-    EXPECT_FALSE(lost->starting());
-    EXPECT_EQ(lost->lastError(), "Velmora Server not found inside the app. Reinstall Velmora.");
+    owner.executable = dir + "/nothing-here";
+    supervisor->startServer();
+    EXPECT_FALSE(supervisor->starting());
+    EXPECT_EQ(supervisor->lastError(), "Velmora Server not found inside the app. Reinstall Velmora.");
 }
 
 TEST_F(SupervisorTest, ServerStillStartsWhenTheLogCannotBeOpened) {
-    std::filesystem::create_directories(AppLog::path());  // a folder where the log file should be
+    std::filesystem::create_directories(platform::AppLog::path());  // a folder where the log file should be
     startAndSettle();
     EXPECT_TRUE(supervisor->running());
     EXPECT_FALSE(supervisor->lastError());
@@ -223,12 +233,10 @@ TEST_F(SupervisorTest, ASpawnFailureBecomesTheErrorLine) {
     // A server that answers the probe and then removes itself, so that the launch finds nothing.
     std::string vanishing = writeScript(dir + "/vanishing", "echo 'screen=1 input=1'; rm -f \"$0\"\n");
     ::setenv("KORVEN_CLI", vanishing.c_str(), 1);
-    auto alone = ServerSupervisor::create(queue, HelperPerms::create(queue, platform::DefaultsStore(), dir + "/prefix"),
-                                          platform::DefaultsStore());
-    alone->readSettings = supervisor->readSettings;
-    alone->startServer();
-    ASSERT_TRUE(queue->runUntil([&] { return !alone->starting(); }, 30));
-    EXPECT_FALSE(alone->task());
-    EXPECT_EQ(alone->lastError(), "Could not start the server: No such file or directory");
+    owner.perms = HelperPerms::create(queue, owner.store, {.bundleRoot = dir + "/prefix"});
+    owner.executable = vanishing;
+    startAndSettle();
+    EXPECT_FALSE(supervisor->task());
+    EXPECT_EQ(supervisor->lastError(), "Could not start the server: No such file or directory");
     EXPECT_EQ(logMessages().back().rfind("starting Velmora Server: ", 0), 0u);
 }

@@ -208,8 +208,8 @@ TEST(Reliability, TwoHundredStartStopCyclesLeaveNoDescriptorThreadOrZombie) {
     for (int cycle = 0; cycle < 200; ++cycle) {
         std::shared_ptr<SpawnedProcess> child;
         // Half short-lived children that end by themselves, half stopped while running.
-        if (cycle % 2 == 0) child = Spawn::start("/bin/true", {}, {}, std::nullopt, std::nullopt, true, queue);
-        else child = Spawn::start("/bin/sleep", {"100"}, {}, std::nullopt, std::nullopt, true, queue);
+        if (cycle % 2 == 0) child = Spawn::start("/bin/true", {}, {}, std::nullopt, std::nullopt, true, queue->link());
+        else child = Spawn::start("/bin/sleep", {"100"}, {}, std::nullopt, std::nullopt, true, queue->link());
         child->onExit = [&](SpawnedProcess&) { ++ended; };
         if (cycle % 2 == 0) ASSERT_TRUE(child->wait(30));
         else child->terminate(5);

@@ -85,17 +85,17 @@ TEST(PermissionsWindowTest, OpensForAMissingPermissionAndStartsTheServerOnceAllI
     char name[] = "qt_tests";
     char* argv[] = {name, nullptr};
     QApplication app(argc, argv);
-    auto queue = std::make_shared<ManualQueue>();
+    ManualQueue queue;
     RecordingDesktop desktop;
     std::shared_ptr<AppDelegate> delegate;
     TrayView view([&delegate](MenuAction action) {
         if (delegate) delegate->perform(action);
     });
-    AppDelegate::Options options;
-    options.stopLeftovers = [] { return 0; };
-    options.bundleRoot = home.path() + "/no-prefix";
-    delegate = AppDelegate::create(queue, platform::DefaultsStore(), view, desktop, options);
-    view.permissionsWindow = permissionsWindowHook(queue, delegate->helperPerms());
+    delegate = AppDelegate::create({.mainQueue = queue,
+                                    .view = view,
+                                    .desktop = desktop,
+                                    .bundleRoot = home.path() + "/no-prefix",
+                                    .stopLeftovers = [] { return 0; }});
     // The server is stopped however the test ends.
     std::unique_ptr<AppDelegate, void (*)(AppDelegate*)> stopAtEnd(delegate.get(), [](AppDelegate* app) {
         app->applicationWillTerminate();
@@ -105,7 +105,7 @@ TEST(PermissionsWindowTest, OpensForAMissingPermissionAndStartsTheServerOnceAllI
     // and leads to the Accessibility list.
     delegate->applicationDidFinishLaunching();
     PermissionsWindow* window = nullptr;
-    ASSERT_TRUE(pumpUntil(*queue, [&] {
+    ASSERT_TRUE(pumpUntil(queue, [&] {
         window = findWindow();
         return window && window->isVisible() && window->windowHandle()->isExposed() && !desktop.opened.empty();
     }));
@@ -121,19 +121,19 @@ TEST(PermissionsWindowTest, OpensForAMissingPermissionAndStartsTheServerOnceAllI
 
     // Switched on: the next poll closes the window and the server starts, once.
     writeFile(answer, "screen=1 input=1\n");
-    queue->advance(PermissionsController::pollSeconds);
-    ASSERT_TRUE(pumpUntil(*queue, [&] { return !window->isVisible() && readFile(starts) == "started\n"; }));
+    queue.advance(PermissionsController::pollSeconds);
+    ASSERT_TRUE(pumpUntil(queue, [&] { return !window->isVisible() && readFile(starts) == "started\n"; }));
     ASSERT_TRUE(delegate->supervisor()->running());
     pid_t pid = delegate->supervisor()->task()->pid();
-    queue->advance(10);
+    queue.advance(10);
     delegate->helperPerms()->drainQueue();  // a stray probe would answer now
-    queue->runPending();
+    queue.runPending();
     EXPECT_EQ(delegate->supervisor()->task()->pid(), pid);
     EXPECT_FALSE(window->isVisible());
 
     // The menu's "Check Permissions…": the same window, continuing only by its button.
     delegate->perform(MenuAction::checkPermissions);
-    ASSERT_TRUE(pumpUntil(*queue, [&] {
+    ASSERT_TRUE(pumpUntil(queue, [&] {
         return window->isVisible() && textOf(window, "summary") == QStringLiteral("Everything is allowed.");
     }));
     auto* start = window->findChild<QPushButton*>(QStringLiteral("startButton"));
@@ -144,7 +144,7 @@ TEST(PermissionsWindowTest, OpensForAMissingPermissionAndStartsTheServerOnceAllI
     // "Repair Permissions" with the server running: it stops, the window opens, and the server
     // starts again by itself because everything is allowed.
     delegate->perform(MenuAction::repairPermissions);
-    ASSERT_TRUE(pumpUntil(*queue, [&] { return window->isVisible() && readFile(starts) == "started\nstarted\n"; }));
+    ASSERT_TRUE(pumpUntil(queue, [&] { return window->isVisible() && readFile(starts) == "started\nstarted\n"; }));
     EXPECT_NE(delegate->supervisor()->task()->pid(), pid);
     window->close();
     EXPECT_FALSE(window->isVisible());

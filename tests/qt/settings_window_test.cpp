@@ -33,8 +33,9 @@ public:
     void buildMenu(const std::vector<MenuItem>&) override {}
     void show(const MenuState&) override { ++shown; }
     void setStatusLine(const std::string&) override {}
-    void openSettings() override {}
-    bool showPermissions(const PermissionsRequest&) override { return false; }
+    void openSettings(SettingsForm&) override {}
+    std::unique_ptr<PermissionsWindowView> makePermissionsWindow(PermissionsController&) override { return nullptr; }
+    void notify(const std::string&) override {}
 };
 
 // Presses Return in `field` and answers the alert that comes up; what it said, or empty when none
@@ -72,10 +73,12 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     QApplication qapp(argc, argv);
     MenuOnly view;
     QtDesktop desktop;
-    AppDelegate::Options options;
-    options.bundleRoot = home.path() + "/no-prefix";
-    options.stopLeftovers = [] { return 0; };
-    auto app = AppDelegate::create(std::make_shared<ManualQueue>(), platform::DefaultsStore(), view, desktop, options);
+    ManualQueue queue;
+    auto app = AppDelegate::create({.mainQueue = queue,
+                                    .view = view,
+                                    .desktop = desktop,
+                                    .bundleRoot = home.path() + "/no-prefix",
+                                    .stopLeftovers = [] { return 0; }});
 
     SettingsWindow settings(app->settingsForm());
     EXPECT_EQ(settings.window(), nullptr);
@@ -87,9 +90,9 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     EXPECT_EQ(win->size(), QSize(520, 712));
     EXPECT_EQ(win->minimumSize(), win->maximumSize());
 
-    auto* port = win->findChild<QLineEdit*>("portField");
+    auto* port = win->findChild<QLineEdit*>("port");
     auto* pass = win->findChild<QLineEdit*>("nlaPass");
-    auto* maxSize = win->findChild<QComboBox*>("maxSize");
+    auto* maxSize = win->findChild<QComboBox*>("maxPixels");
     ASSERT_TRUE(port && pass && maxSize);
     // Frames from the bottom-left, turned into Qt's top-left ones.
     EXPECT_EQ(port->geometry(), QRect(180, 712 - 660 - 24, 80, 24));

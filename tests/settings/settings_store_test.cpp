@@ -1,4 +1,4 @@
-#include "permissions/app_log.h"
+#include "platform/app_log.h"
 #include "platform/defaults_store.h"
 #include "platform/paths.h"
 #include "settings/keys.h"
@@ -60,8 +60,6 @@ TEST_F(Settings, RemoteScreenFallsBackToTheLegacyKeyOnlyWithoutAValidValue) {
     store.set(Key::remoteScreen, std::int64_t{1});
     EXPECT_EQ(read().remoteScreen, RemoteScreen::real) << "a number is not a text, so the legacy key decides";
     EXPECT_TRUE(store.storedObject(Key::virtualMode)) << "the legacy key is only read";
-    EXPECT_EQ(title(RemoteScreen::mirror), "Mirror this Mac (recommended)");
-    EXPECT_EQ(title(RemoteScreen::real), "This Mac's screen as is");
 }
 
 TEST_F(Settings, AStoredZeroAlignmentIsKeptUnlikeAMissingOne) {
@@ -102,16 +100,16 @@ TEST(SettingsMigration, TheLegacySecurityKeyIsRemovedAndOnlyRdpIsLogged) {
     store.set(Key::sec, std::string("tls"));
     registerDefaultsAndMigrate(store);
     EXPECT_FALSE(store.storedObject(Key::sec));
-    EXPECT_FALSE(test::fileExists(AppLog::path()));
+    EXPECT_FALSE(test::fileExists(platform::AppLog::path()));
 
     store.set(Key::sec, std::string("rdp"));
     registerDefaultsAndMigrate(store);
     EXPECT_FALSE(store.storedObject(Key::sec));
-    std::string log = test::readFile(AppLog::path());
+    std::string log = test::readFile(platform::AppLog::path());
     EXPECT_NE(log.find("] [Velmora app] the RDP (legacy) security setting was removed: using TLS\n"),
               std::string::npos)
         << log;
 
     registerDefaultsAndMigrate(store);  // nothing stored: nothing happens
-    EXPECT_EQ(test::readFile(AppLog::path()), log);
+    EXPECT_EQ(test::readFile(platform::AppLog::path()), log);
 }

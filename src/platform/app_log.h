@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-namespace velmora::AppLog {
+namespace velmora::platform::AppLog {
 
 // The log file's path for this user.
 std::string path();
@@ -24,4 +24,4 @@ void write(const std::string& message);
 // The same, for a log at another path.
 void writeTo(const std::string& logPath, const std::string& message);
 
-}  // namespace velmora::AppLog
+}  // namespace velmora::platform::AppLog

@@ -1,8 +1,8 @@
-#include "core/work_queue.h"
+#include "platform/work_queue.h"
 
 #include "platform/thread_name.h"
 
-namespace velmora {
+namespace velmora::platform {
 
 WorkQueue::WorkQueue(std::string label, unsigned threads) : label_(std::move(label)) {
     if (threads == 0) threads = 1;
@@ -32,7 +32,7 @@ void WorkQueue::drain() {
 }
 
 void WorkQueue::workerLoop() {
-    platform::setCurrentThreadName(label_);
+    setCurrentThreadName(label_);
     std::unique_lock lock(mutex_);
     for (;;) {
         wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
@@ -55,4 +55,4 @@ WorkQueue& globalQueue() {
     return *queue;
 }
 
-}  // namespace velmora
+}  // namespace velmora::platform

@@ -1,7 +1,7 @@
 #pragma once
 // Background queues: a serial queue (one worker, FIFO; the permission service's "velmora.perms")
 // and the global queue for independent background work (connect test, public address, client
-// count, diagnostics probe).
+// count, diagnostics probe). Their threads carry the queue's label as their name.
 
 #include <condition_variable>
 #include <deque>
@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-namespace velmora {
+namespace velmora::platform {
 
 class WorkQueue {
 public:
@@ -47,4 +47,4 @@ public:
 // The process-wide queue for background work; it lives until the process ends.
 WorkQueue& globalQueue();
 
-}  // namespace velmora
+}  // namespace velmora::platform

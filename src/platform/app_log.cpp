@@ -1,4 +1,4 @@
-#include "permissions/app_log.h"
+#include "platform/app_log.h"
 
 #include "platform/paths.h"
 
@@ -8,9 +8,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace velmora::AppLog {
+namespace velmora::platform::AppLog {
 
-std::string path() { return platform::logFilePath(); }
+std::string path() { return logFilePath(); }
 
 std::string timestamp(std::chrono::system_clock::time_point when) {
     using namespace std::chrono;
@@ -48,4 +48,4 @@ void writeTo(const std::string& logPath, const std::string& message) {
 
 void write(const std::string& message) { writeTo(path(), message); }
 
-}  // namespace velmora::AppLog
+}  // namespace velmora::platform::AppLog
