@@ -66,14 +66,14 @@ case $what in
     shoot "Velmora Settings" "$out/settings-window.png"
     ;;
   permissions)
-    # A server with Screen Recording but without Accessibility: the start opens the window, which
-    # repairs and then asks for the second list.
-    printf '#!/bin/sh\nif [ -n "$MAC_SHADOW_PERMS" ]; then echo "screen=1 input=0"; exit 0; fi\nexec sleep 1000\n' \
+    # A server that can read the screen but finds no XTEST (as velmora-server says on a display
+    # started without it): the start opens the window, which names the cause.
+    printf '#!/bin/sh\nif [ -n "$MAC_SHADOW_PERMS" ]; then echo "cause=no-xtest $DISPLAY"; echo "screen=1 input=0"; exit 0; fi\nexec sleep 1000\n' \
       >"$work/server"
     chmod 755 "$work/server"
     KORVEN_CLI=$work/server build/bin/velmora >"$work/velmora.out" 2>&1 &
     pids+=($!)
-    title="Velmora Server needs two permissions"
+    title="What Velmora Server needs from this desktop"
     await xdotool search --onlyvisible --name "^$title\$"
     await grep -q "permission request:" "$XDG_STATE_HOME/velmora/Velmora.log"
     sleep 1  # the repair's answer drawn

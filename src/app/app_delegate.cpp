@@ -9,22 +9,13 @@
 #include "netcheck/diagnostics.h"
 #include "netcheck/net_info.h"
 #include "platform/paths.h"
+#include "platform/words.h"
 #include "process/spawn.h"
 #include "settings/keys.h"
 #include "settings/settings_store.h"
 #include "usage/usage_ping.h"
 
 namespace velmora {
-
-namespace {
-
-// "Velmora Server lacks permission (Accessibility)", for where no window can say it.
-std::string lacksPermissionText(const std::optional<PermStatus>& status) {
-    std::string missing = status ? text::join(status->missingServices(), ", ") : "unknown";
-    return "Velmora Server lacks permission (" + missing + ")";
-}
-
-}  // namespace
 
 std::shared_ptr<AppDelegate> AppDelegate::create(Setup setup) {
     return std::shared_ptr<AppDelegate>(new AppDelegate(std::move(setup)));
@@ -35,7 +26,8 @@ AppDelegate::AppDelegate(Setup setup)
       view_(setup.view),
       desktop_(setup.desktop),
       store_(std::move(setup.store)),
-      stopLeftovers_(std::move(setup.stopLeftovers)) {
+      stopLeftovers_(std::move(setup.stopLeftovers)),
+      column_(setup.column) {
     if (!stopLeftovers_) stopLeftovers_ = [] { return Spawn::stopLeftovers(); };
     // The registered layer is in place before anything reads; start-up registers again and
     // migrates, which is what may write.
@@ -47,7 +39,7 @@ AppDelegate::AppDelegate(Setup setup)
     usage_ = UsageService::create(mainQueue_, store_,
                                   UsagePing::create(mainQueue_, usageMachineIdentifier(), version.empty() ? "0" : version),
                                   {});
-    settingsForm_ = std::make_unique<SettingsForm>(store_, desktop_, supervisor_, [this] { updateUI(); });
+    settingsForm_ = std::make_unique<SettingsForm>(store_, desktop_, supervisor_, [this] { updateUI(); }, column_);
 }
 
 AppDelegate::~AppDelegate() {
@@ -56,9 +48,9 @@ AppDelegate::~AppDelegate() {
 
 PermissionsController& AppDelegate::permissions() {
     if (!permissions_)
-        permissions_ = PermissionsController::create(mainQueue_, helperPerms_, [this](PermissionsController& owner) {
-            return view_.makePermissionsWindow(owner);
-        });
+        permissions_ = PermissionsController::create(
+            mainQueue_, helperPerms_, [this](PermissionsController& owner) { return view_.makePermissionsWindow(owner); },
+            column_);
     return *permissions_;
 }
 
@@ -116,8 +108,12 @@ MenuState AppDelegate::menuState() const {
     state.serverPid = state.running ? supervisor_->task()->pid() : 0;
     std::vector<NetInfo::Address> addresses;
     if (state.running) addresses = NetInfo::localAddresses();
-    state.statusLine = StatusMenu::statusLine(state.running, supervisor_->idleStatusLine(), store_.integer(Key::port),
-                                              addresses);
+    std::string idle = supervisor_->idleStatusLine();
+    // In a Wayland session no start can work: the line says why instead of "Stopped".
+    const auto& cause = helperPerms_->lastCause();
+    if (!supervisor_->starting() && cause && cause->word == Contract::Probe::Cause::wayland)
+        idle = platform::say(platform::words::waylandStatus);
+    state.statusLine = StatusMenu::statusLine(state.running, idle, store_.integer(Key::port), addresses);
     state.toggleTitle = StatusMenu::toggleTitle(state.running);
     state.autoStart = store_.boolean(Key::autoStart);
     state.usagePing = store_.boolean(Key::usagePing);
@@ -164,8 +160,8 @@ void AppDelegate::showPermissions(PermissionsRequest request, bool quietRepeat) 
     }
     bool repeat = quietRepeat && reportedWithoutWindow_ && reportedWithoutWindow_ == request.lastKnown;
     if (!repeat) {
-        std::string message = lacksPermissionText(request.lastKnown) +
-                              ": it could not read the X display or found no XTEST; the server was not started";
+        std::string message = missingPermissionText(request.lastKnown, helperPerms_->lastCause());
+        message += (message.ends_with(".") ? " T" : "; t") + platform::say(platform::words::notStarted).substr(1);
         if (request.autoContinue) message += " (checking again every minute)";
         HelperPerms::log(message);
         view_.notify(message);

@@ -14,6 +14,7 @@
 #include "permissions/permissions_controller.h"
 #include "platform/defaults_store.h"
 #include "platform/paths.h"
+#include "platform/words.h"
 #include "process/server_supervisor.h"
 #include "usage/usage_service.h"
 
@@ -39,6 +40,8 @@ public:
         std::function<int()> stopLeftovers{};
         // Seconds between SIGTERM and SIGKILL when the server is stopped.
         double stopGrace = 20.0;
+        // Whose words and ways the windows follow (this platform's).
+        platform::Column column = platform::column();
     };
 
     static constexpr double tickSeconds = 60.0;
@@ -113,6 +116,7 @@ private:
     Desktop& desktop_;
     platform::DefaultsStore store_;
     std::function<int()> stopLeftovers_;
+    platform::Column column_;
 
     std::shared_ptr<HelperPerms> helperPerms_;
     std::shared_ptr<ServerSupervisor> supervisor_;

@@ -27,8 +27,13 @@ void wipeText(std::string& text) {
 }
 
 SettingsForm::SettingsForm(platform::DefaultsStore& store, Desktop& desktop,
-                           std::shared_ptr<ServerSupervisor> supervisor, std::function<void()> refreshMenu)
-    : store_(store), desktop_(desktop), supervisor_(std::move(supervisor)), refreshMenu_(std::move(refreshMenu)) {}
+                           std::shared_ptr<ServerSupervisor> supervisor, std::function<void()> refreshMenu,
+                           platform::Column column)
+    : store_(store),
+      desktop_(desktop),
+      supervisor_(std::move(supervisor)),
+      refreshMenu_(std::move(refreshMenu)),
+      column_(column) {}
 
 std::string SettingsForm::scaleText(double value) {
     if (!std::isfinite(value)) value = 0;
@@ -48,15 +53,6 @@ std::int64_t SettingsForm::fieldInteger(const std::string& text) {
     }
     return negative ? -value : value;
 }
-
-std::vector<const Setting*> SettingsForm::rows() {
-    std::vector<const Setting*> rows;
-    for (const Setting& setting : settingsTable())
-        if (setting.control != SettingControl::none) rows.push_back(&setting);
-    return rows;
-}
-
-std::string SettingsForm::note() { return NetInfo::afterRestartNote(true); }
 
 namespace {
 
@@ -85,6 +81,28 @@ platform::DefaultsValue chosenValue(const Setting& setting, int index) {
 
 }  // namespace
 
+std::vector<const Setting*> SettingsForm::rows() const {
+    std::vector<const Setting*> rows;
+    for (const Setting& setting : settingsTable())
+        if (setting.control != SettingControl::none && supportIn(setting, column_) != Support::meaningless)
+            rows.push_back(&setting);
+    return rows;
+}
+
+bool SettingsForm::loginFollows(const Setting& setting) { return setting.key == std::string_view(Key::auth); }
+
+bool SettingsForm::enabled(const Setting& setting) const { return supportIn(setting, column_) == Support::honoured; }
+
+std::string SettingsForm::notHonoured() const { return platform::say(platform::words::notHonoured, column_); }
+
+std::string SettingsForm::notHonouredNote() const {
+    for (const Setting* setting : rows())
+        if (!enabled(*setting)) return platform::say(platform::words::notHonouredNote, column_);
+    return {};
+}
+
+std::string SettingsForm::note() { return NetInfo::afterRestartNote(true); }
+
 SettingsFields SettingsForm::fill() const {
     SettingsFields fields;
     for (const Setting* setting : rows()) {
@@ -108,7 +126,7 @@ SettingsFields SettingsForm::fill() const {
     fields.nlaUser = user.value_or("");
     fields.nlaPass.clear();
     fields.nlaPassPlaceholder = user ? SettingsText::placeholderUnchanged : SettingsText::placeholderPassword;
-    fields.nlaStatus = user ? SettingsText::loginSet : platform::say(platform::words::loginNotSet);
+    fields.nlaStatus = user ? SettingsText::loginSet : platform::say(platform::words::loginNotSet, column_);
     return fields;
 }
 
@@ -137,6 +155,7 @@ bool SettingsForm::save(SettingsFields& fields, const std::function<void()>& hid
                                 std::to_string(*port));
 
     for (const Setting* setting : rows()) {
+        if (!enabled(*setting)) continue;
         const std::string key = setting->key;
         switch (setting->control) {
             case SettingControl::none: break;

@@ -59,12 +59,24 @@ public:
     static constexpr double sliderMinimum = 25;
     static constexpr double sliderMaximum = 100;
 
-    // `refreshMenu` is the status menu's update; everything must outlive the form.
+    // `refreshMenu` is the status menu's update; everything must outlive the form. `column`: whose
+    // server's support decides which controls are shown and enabled (this platform's).
     SettingsForm(platform::DefaultsStore& store, Desktop& desktop, std::shared_ptr<ServerSupervisor> supervisor,
-                 std::function<void()> refreshMenu);
+                 std::function<void()> refreshMenu, platform::Column column = platform::column());
 
-    // The settings the window has a control for, in the window's order.
-    static std::vector<const Setting*> rows();
+    // The settings the window has a control for, in the window's order; settings that mean nothing
+    // to this platform's server are left out.
+    std::vector<const Setting*> rows() const;
+    // Whether the control is live: a setting the server does not honour yet is shown (with its stored
+    // value) but disabled, with notHonoured() as its tooltip, and is never saved.
+    bool enabled(const Setting& setting) const;
+    std::string notHonoured() const;
+    // The line under the controls when some are disabled; empty when none is.
+    std::string notHonouredNote() const;
+    // The Windows login's row (not a setting of the table) follows this setting's.
+    static bool loginFollows(const Setting& setting);
+    // The macOS window places its controls at fixed frames; elsewhere a form lays them out.
+    bool fixedFrames() const { return column_ == platform::Column::mac; }
 
     // Every control's value from the stores; the password is always empty.
     SettingsFields fill() const;
@@ -90,6 +102,7 @@ private:
     Desktop& desktop_;
     std::shared_ptr<ServerSupervisor> supervisor_;
     std::function<void()> refreshMenu_;
+    platform::Column column_;
 };
 
 // Overwrites the text's bytes before emptying it, so a password leaves nothing behind in it.

@@ -3,6 +3,8 @@
 #include "core/text.h"
 #include "nla/nla_login.h"
 #include "platform/system_info.h"
+#include "platform/words.h"
+#include "settings/settings_table.h"
 #include "settings/remote_screen.h"
 
 #include <charconv>
@@ -85,7 +87,8 @@ std::string build(const std::string& appVersion, const std::string& os, const st
                   const std::vector<NetInfo::Address>& addresses, std::string_view log) {
     std::vector<std::string> lines;
     lines.push_back("Velmora " + appVersion);
-    lines.push_back("macOS " + os + ", " + model);
+    // No dangling comma where the model cannot be read (it always can on a Mac).
+    lines.push_back(platform::say(platform::words::systemPrefix) + os + (model.empty() ? "" : ", " + model));
     lines.push_back(std::string("Server: ") + (running ? "running" : "stopped") + ", port " +
                     std::to_string(settings.port) + ", scale " + text::shortestDecimal(settings.scale) + ", max " +
                     std::to_string(settings.fps) + " fps (adaptive: " + (settings.adaptiveFps ? "on" : "off") + ")");
@@ -93,6 +96,7 @@ std::string build(const std::string& appVersion, const std::string& os, const st
                     (settings.videoEncoder ? "hardware" : "software") + ", audio " + (settings.audio ? "on" : "off") +
                     ", login required: " + (settings.requireLogin ? "yes" : "no") +
                     ", remote screen: " + rawValue(settings.remoteScreen));
+    if (std::string ignored = ignoredSettingsLine(); !ignored.empty()) lines.push_back(ignored);
     auto user = NLALogin::user(settings.nlaLogin);
     lines.push_back("Windows login (NLA): " + (user ? "set, user '" + *user + "'" : std::string("not set")));
     for (const auto& [name, granted] : permissions)
@@ -178,7 +182,8 @@ std::string fileTail(const std::string& path, std::int64_t maxLines) {
 }
 
 std::vector<Permission> permissionEntries(bool screen, bool input) {
-    return {{"Velmora Server Screen Recording", screen}, {"Velmora Server Accessibility", input}};
+    return {{platform::say(platform::words::screenPermission), screen},
+            {platform::say(platform::words::inputPermission), input}};
 }
 
 std::string gather(const std::string& appVersion, const ServerSettings& settings, bool running,

@@ -6,6 +6,7 @@
 #include "platform/command_output.h"
 #include "platform/descriptors.h"
 #include "platform/system_info.h"
+#include "platform/words.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -194,9 +195,7 @@ std::optional<std::string> parsePublicIP(std::string_view response) {
 }
 
 std::string afterRestartNote(bool opensAtLogin) {
-    std::string note =
-        "After this Mac restarts, log in at the Mac once before connecting: Velmora only runs while you are "
-        "logged in. Once you are logged in, a locked screen is fine: you can unlock it from the Windows App.";
+    std::string note = platform::say(platform::words::afterRestart);
     if (!opensAtLogin)
         note += "\nTurn on \"Open Velmora at Login\" in the menu, or it will not start after a restart at all.";
     return note;
@@ -210,7 +209,7 @@ std::string report(std::int64_t port, bool running, const std::vector<Address>& 
     std::string portText = std::to_string(port);
     std::vector<std::string> lines;
     if (listening)
-        lines.push_back("The server is listening on port " + portText + " on this Mac.");
+        lines.push_back("The server is listening on port " + portText + platform::say(platform::words::onThisMac));
     else
         lines.push_back("The server says it is running but nothing answers on port " + portText + ". Check the log.");
     if (!addresses.empty()) {
@@ -221,14 +220,12 @@ std::string report(std::int64_t port, bool running, const std::vector<Address>& 
             lines.push_back("These work from computers on the same network. To connect from elsewhere you need a VPN "
                             "or a port forward on your router.");
     } else {
-        lines.push_back("This Mac has no network address. Connect to Wi-Fi or Ethernet.");
+        lines.push_back(platform::say(platform::words::noNetworkAddress));
     }
     if (publicIP)
         lines.push_back("Your public address is " + *publicIP + ". Forward port " + portText +
-                        " to this Mac on your router to use it, which exposes the Mac to the internet, so a VPN is "
-                        "safer.");
-    lines.push_back("If Windows App cannot connect: check the Mac firewall allows Velmora, and that both computers "
-                    "are on the same network.");
+                        platform::say(platform::words::forwardToThisMac));
+    lines.push_back(platform::say(platform::words::checkFirewall));
     lines.push_back("");
     lines.push_back(afterRestartNote(opensAtLogin));
     return text::join(lines, "\n");

@@ -7,12 +7,14 @@
 #include "platform/descriptors.h"
 #include "platform/helper_location.h"
 #include "platform/paths.h"
+#include "platform/system_info.h"
 #include "process/spawn.h"
 #include "settings/keys.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace velmora {
 
@@ -96,6 +98,17 @@ HelperPerms::~HelperPerms() = default;  // the queue finishes what was queued; t
 bool HelperPerms::grantedBefore() const { return store_.boolean(Key::helperPermsGrantedOnce); }
 
 void HelperPerms::probe(const std::string& mode, Completion completion) {
+    if (platform::waylandSession()) {
+        // XWayland would answer "screen=0" every time: say why once, and ask nobody.
+        if (!std::exchange(waylandLogged_, true)) log("permission " + mode + ": this is a Wayland session");
+        lastProbeFailed_ = false;
+        last_ = PermStatus{false, false};
+        lastCause_ = ProbeCause{std::string(Contract::Probe::Cause::wayland), ""};
+        mainQueue_.post([completion = std::move(completion), status = last_] {
+            if (completion) completion(status);
+        });
+        return;
+    }
     if (!helperBinary_ || !Spawn::isExecutableFile(*helperBinary_)) {
         lastProbeFailed_ = true;
         mainQueue_.post([completion = std::move(completion)] {
@@ -113,12 +126,14 @@ void HelperPerms::probe(const std::string& mode, Completion completion) {
         double timeout = mode == "request" ? 20.0 : 10.0;
         auto output = Spawn::output(binary, plan.arguments, plan.environment, timeout);
         std::optional<PermStatus> status = output ? parsePermProbe(*output) : std::nullopt;
-        mainQueue->post([weak, mode, status, completion = std::move(completion)] {
+        std::optional<ProbeCause> cause = output ? parseProbeCause(*output) : std::nullopt;
+        mainQueue->post([weak, mode, status, cause, completion = std::move(completion)] {
             auto self = weak.lock();
             if (!self) return;
             self->lastProbeFailed_ = !status;
             if (status) {
                 self->last_ = status;
+                self->lastCause_ = status->allOK() ? std::nullopt : cause;
                 if (status->allOK()) self->store_.set(Key::helperPermsGrantedOnce, true);
                 log("permission " + mode + ": screen=" + (status->screen ? "1" : "0") +
                     " input=" + (status->input ? "1" : "0"));

@@ -6,6 +6,7 @@
 
 #include "core/main_queue.h"
 #include "platform/work_queue.h"
+#include "permissions/perm_probe.h"
 #include "permissions/perm_repair_plan.h"
 #include "permissions/perm_status.h"
 #include "platform/app_log.h"
@@ -55,11 +56,14 @@ public:
     // Main thread. Runs the server in probe mode `mode` ("check" or "request", 10 or 20 seconds at
     // most), records the result, logs "permission <mode>: ..." and calls `completion` on the main
     // queue. Without an executable server: lastProbeFailed at once, no log line, completion(nullopt).
+    // In a Wayland session nothing is asked: the answer is "nothing works" for that cause, logged once.
     void probe(const std::string& mode, Completion completion);
     void check(Completion completion) { probe("check", std::move(completion)); }
 
-    // The last status a probe obtained (a failed probe keeps the earlier one).
+    // The last status a probe obtained (a failed probe keeps the earlier one), and why a permission
+    // was missing then, where the server said so.
     const std::optional<PermStatus>& last() const { return last_; }
+    const std::optional<ProbeCause>& lastCause() const { return lastCause_; }
     bool lastProbeFailed() const { return lastProbeFailed_; }
     // Both permissions were reported granted at some time ("helperPermsGrantedOnce").
     bool grantedBefore() const;
@@ -90,6 +94,8 @@ private:
     std::optional<std::string> helperBinary_;
     std::unique_ptr<platform::SerialQueue> queue_;
     std::optional<PermStatus> last_;
+    std::optional<ProbeCause> lastCause_;
+    bool waylandLogged_ = false;
     bool lastProbeFailed_ = false;
 
     MainQueue& mainQueue_;

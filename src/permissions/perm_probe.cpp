@@ -1,5 +1,8 @@
 #include "permissions/perm_probe.h"
 
+#include "core/text.h"
+#include "platform/words.h"
+
 #include <string_view>
 #include <vector>
 
@@ -69,6 +72,40 @@ LaunchPlan permProbeLaunch(const std::string& mode, const Environment& baseEnvir
     plan.environment[std::string(Contract::Env::probe)] = mode;
     plan.environment[std::string(Contract::Env::logLevel)] = "ERROR";  // only the server's errors during a probe
     return plan;
+}
+
+std::optional<ProbeCause> parseProbeCause(const std::string& output) {
+    auto lines = nonEmptyLines(output);
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        if (!line->starts_with(Contract::Probe::cause)) continue;
+        std::string_view rest = line->substr(Contract::Probe::cause.size());
+        auto space = rest.find(' ');
+        ProbeCause cause{std::string(rest.substr(0, space)), ""};
+        if (space != std::string_view::npos) cause.display = text::trimmed(rest.substr(space + 1));
+        if (!cause.word.empty()) return cause;
+    }
+    return std::nullopt;
+}
+
+std::string missingPermissionText(const std::optional<PermStatus>& status, const std::optional<ProbeCause>& cause) {
+    using namespace Contract::Probe;
+    namespace words = platform::words;
+    if (cause) {
+        const platform::Words* said = cause->word == Cause::noDisplay          ? &words::causeNoDisplay
+                                      : cause->word == Cause::displayRefused   ? &words::causeDisplayRefused
+                                      : cause->word == Cause::screenUnreadable ? &words::causeScreenUnreadable
+                                      : cause->word == Cause::noXtest          ? &words::causeNoXtest
+                                      : cause->word == Cause::wayland          ? &words::causeWayland
+                                                                               : nullptr;
+        if (said) {
+            std::string text = platform::say(*said);
+            if (auto at = text.find("%s"); at != std::string::npos)
+                text.replace(at, 2, cause->display.empty() ? std::string("named by DISPLAY") : cause->display);
+            return text;
+        }
+    }
+    std::string missing = status ? text::join(status->missingServices(), ", ") : "unknown";
+    return platform::say(words::lacksPermission) + " (" + missing + ")";
 }
 
 std::optional<PermStatus> parsePermProbe(const std::string& output) {

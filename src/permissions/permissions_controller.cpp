@@ -1,22 +1,25 @@
 #include "permissions/permissions_controller.h"
 
 #include "permissions/perm_repair_plan.h"
+#include "platform/words.h"
 
 namespace velmora {
 
 namespace {
 
-PermissionsLine statusLine(const std::optional<PermStatus>& status, bool PermStatus::*which) {
+namespace words = platform::words;
+
+PermissionsLine statusLine(const std::optional<PermStatus>& status, bool PermStatus::*which, platform::Column column) {
     if (!status) return {"\u2026", PermColour::secondaryLabel};
-    if ((*status).*which) return {"\u2713 Allowed", PermColour::green};
-    return {"\u2717 Not allowed yet", PermColour::red};
+    if ((*status).*which) return {platform::say(words::allowed, column), PermColour::green};
+    return {platform::say(words::notAllowed, column), PermColour::red};
 }
 
 }  // namespace
 
-std::string permSummary(const std::optional<PermStatus>& status, bool forgotten) {
+std::string permSummary(const std::optional<PermStatus>& status, bool forgotten, platform::Column column) {
     if (!status) return "Checking with Velmora Server\u2026";
-    if (status->allOK()) return "Everything is allowed.";
+    if (status->allOK()) return platform::say(words::everythingAllowed, column);
     std::string joined;
     if (!status->screen) joined = "\"Velmora\" under Screen Recording";
     if (!status->input) {
@@ -31,14 +34,18 @@ std::string permSummary(const std::optional<PermStatus>& status, bool forgotten)
 
 std::shared_ptr<PermissionsController> PermissionsController::create(MainQueue& mainQueue,
                                                                      std::shared_ptr<HelperPerms> perms,
-                                                                     WindowFactory factory) {
+                                                                     WindowFactory factory, platform::Column column) {
     return std::shared_ptr<PermissionsController>(
-        new PermissionsController(mainQueue, std::move(perms), std::move(factory)));
+        new PermissionsController(mainQueue, std::move(perms), std::move(factory), column));
 }
 
 PermissionsController::PermissionsController(MainQueue& mainQueue, std::shared_ptr<HelperPerms> perms,
-                                             WindowFactory factory)
-    : mainQueue_(mainQueue), perms_(std::move(perms)), factory_(std::move(factory)) {}
+                                             WindowFactory factory, platform::Column column)
+    : mainQueue_(mainQueue), perms_(std::move(perms)), factory_(std::move(factory)), column_(column) {}
+
+void PermissionsController::openPane(const char* url) {
+    if (panes()) perms_->open(url);
+}
 
 PermissionsController::~PermissionsController() {
     if (timer_) timer_->cancel();
@@ -46,28 +53,28 @@ PermissionsController::~PermissionsController() {
 
 PermissionsModel PermissionsController::model() const {
     PermissionsModel model;
-    model.screenStatus = statusLine(status_, &PermStatus::screen);
-    model.inputStatus = statusLine(status_, &PermStatus::input);
+    model.screenStatus = statusLine(status_, &PermStatus::screen, column_);
+    model.inputStatus = statusLine(status_, &PermStatus::input, column_);
     model.screenButtonEnabled = !(status_ && status_->screen);
     model.inputButtonEnabled = !(status_ && status_->input);
     model.startButtonEnabled = status_ && status_->allOK();
     model.repairButtonEnabled = !busy_ && !(status_ && status_->allOK());
+    model.paneButtonsShown = panes();
     if (busy_)
-        model.summary = {"Adding Velmora Server to the lists in System Settings\u2026  (macOS may show its own prompts: "
-                         "choose Open System Settings.)",
-                         PermColour::label};
+        model.summary = {platform::say(words::repairing, column_), PermColour::label};
     else if (perms_->lastProbeFailed() && !status_)
-        model.summary = {"Velmora Server could not be asked (is it missing from the app?).  Reinstall Velmora.",
-                         PermColour::red};
-    else
-        model.summary = {permSummary(status_, forgotten_), PermColour::label};
+        model.summary = {platform::say(words::notAsked, column_), PermColour::red};
+    else if (panes() || !status_ || status_->allOK())
+        model.summary = {permSummary(status_, forgotten_, column_), PermColour::label};
+    else  // nothing to switch on: say why it does not work
+        model.summary = {missingPermissionText(status_, perms_->lastCause()), PermColour::label};
     return model;
 }
 
-void PermissionsController::render() {
+void PermissionsController::render(bool fresh) {
     if (!window_) return;
     window_->render(model());
-    if (status_ && status_->allOK() && autoContinue_) {
+    if (fresh && status_ && status_->allOK() && autoContinue_) {
         // At most once per showing.
         autoContinue_ = false;
         auto ready = std::move(onReady_);
@@ -83,7 +90,7 @@ void PermissionsController::show(bool autoContinue, bool repair, std::function<v
     if (!window_) window_ = factory_(*this);
     openedInputPane_ = false;
     status_ = perms_->last();
-    render();
+    render(false);
     window_->present();
     schedulePoll();
 
@@ -139,7 +146,7 @@ void PermissionsController::poll() {
         const auto& now = self->status_;
         if (before && !before->screen && now && now->screen && !now->input && !self->openedInputPane_) {
             self->openedInputPane_ = true;
-            self->perms_->open(HelperPerms::inputURL);
+            self->openPane(HelperPerms::inputURL);
         }
     });
 }
@@ -160,19 +167,19 @@ void PermissionsController::runRepair(const PermStatus& status) {
         const auto& now = self->status_;
         if (!now) return;
         if (!now->screen) {
-            self->perms_->open(HelperPerms::screenURL);
+            self->openPane(HelperPerms::screenURL);
         } else if (!now->input) {
             self->openedInputPane_ = true;
-            self->perms_->open(HelperPerms::inputURL);
+            self->openPane(HelperPerms::inputURL);
         }
     });
 }
 
-void PermissionsController::openScreen() { perms_->open(HelperPerms::screenURL); }
+void PermissionsController::openScreen() { openPane(HelperPerms::screenURL); }
 
 void PermissionsController::openInput() {
     openedInputPane_ = true;
-    perms_->open(HelperPerms::inputURL);
+    openPane(HelperPerms::inputURL);
 }
 
 void PermissionsController::repairAgain() {

@@ -8,6 +8,7 @@
 #include "core/main_queue.h"
 #include "permissions/helper_perms.h"
 #include "permissions/perm_status.h"
+#include "platform/words.h"
 
 #include <cstdint>
 #include <functional>
@@ -17,18 +18,10 @@
 
 namespace velmora {
 
-// The window's fixed texts.
+// The window's texts that are the same everywhere; the others are this platform's words
+// (platform::words::permissions..., screen..., input...).
 namespace PermissionsText {
-inline constexpr const char* title = "Velmora Server needs two permissions";
-inline constexpr const char* intro =
-    "Velmora puts its server into these two lists in System Settings.  Switch it on in each; this window updates "
-    "by itself.";
-inline constexpr const char* screenHeading = "Screen Recording";
-inline constexpr const char* screenHint = "Switch on \"Velmora\": lets the server see your screen and sound.";
-inline constexpr const char* inputHeading = "Accessibility";
-inline constexpr const char* inputHint = "Switch on \"Velmora Server\": remote keyboard and mouse.";
 inline constexpr const char* openSettings = "Open Settings\u2026";
-inline constexpr const char* repairAgain = "Repair Again";
 inline constexpr const char* startServer = "Start Server";
 }  // namespace PermissionsText
 
@@ -49,13 +42,17 @@ struct PermissionsModel {
     bool inputButtonEnabled = true;
     bool startButtonEnabled = false;
     bool repairButtonEnabled = true;
+    // The "Open Settings…" buttons exist only where the system keeps lists to switch the server on in.
+    bool paneButtonsShown = true;
     PermissionsLine summary;
 
     bool operator==(const PermissionsModel&) const = default;
 };
 
-// The text of the summary line for a status (absent: not known yet).
-std::string permSummary(const std::optional<PermStatus>& status, bool forgotten);
+// The text of the summary line for a status (absent: not known yet), where the user switches the
+// server on in System Settings' lists.
+std::string permSummary(const std::optional<PermStatus>& status, bool forgotten,
+                        platform::Column column = platform::column());
 
 // The window as the controller sees it.
 class PermissionsWindowView {
@@ -78,8 +75,12 @@ public:
     static constexpr double pollSeconds = 2.0;
 
     // The queue must outlive the controller.
+    // `column`: whose words and ways the window follows (this platform's): on a Mac the user switches
+    // the server on in System Settings' lists, which the window opens; X11 desktops have no such
+    // lists, so the window says why something does not work instead.
     static std::shared_ptr<PermissionsController> create(MainQueue& mainQueue, std::shared_ptr<HelperPerms> perms,
-                                                         WindowFactory factory);
+                                                         WindowFactory factory,
+                                                         platform::Column column = platform::column());
     PermissionsController(const PermissionsController&) = delete;
     PermissionsController& operator=(const PermissionsController&) = delete;
     ~PermissionsController();
@@ -105,8 +106,13 @@ public:
     PermissionsWindowView* window() const { return window_.get(); }
 
 private:
-    PermissionsController(MainQueue& mainQueue, std::shared_ptr<HelperPerms> perms, WindowFactory factory);
-    void render();
+    PermissionsController(MainQueue& mainQueue, std::shared_ptr<HelperPerms> perms, WindowFactory factory,
+                          platform::Column column);
+    bool panes() const { return column_ == platform::Column::mac; }
+    void openPane(const char* url);
+    // `fresh`: the status was just asked for; only such an answer continues by itself (a status
+    // remembered from earlier would close the window before it appears).
+    void render(bool fresh = true);
     void schedulePoll();
     void armPoll(std::uint64_t generation);
     void poll();
@@ -116,6 +122,7 @@ private:
     MainQueue& mainQueue_;
     std::shared_ptr<HelperPerms> perms_;
     WindowFactory factory_;
+    const platform::Column column_;
     std::unique_ptr<PermissionsWindowView> window_;
     TimerHandle timer_;
     std::uint64_t pollGeneration_ = 0;  // a tick of an earlier showing's timer does nothing

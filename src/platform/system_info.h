@@ -26,6 +26,10 @@ bool isPhysicalInterface(const std::string& name, const std::string& classNet = 
 // WAYLAND_DISPLAY or an explicit Qt platform; macOS: always).
 bool graphicalSessionAvailable();
 
+// Whether this is a Wayland session (Linux: XDG_SESSION_TYPE is "wayland" or WAYLAND_DISPLAY is
+// set), whose screen an X11 server cannot share; never on macOS.
+bool waylandSession();
+
 // The program that lists open network connections (lsof).
 std::string connectionListerPath();
 

@@ -2,9 +2,10 @@
 
 namespace velmora::platform {
 
-std::string say(const Words& words) {
-    if (column() == Column::x11 && words.x11) return words.x11;
-    return words.mac;
+std::string say(const Words& words) { return say(words, column()); }
+
+std::string say(const Words& words, Column column) {
+    return column == Column::x11 && words.x11 ? words.x11 : words.mac;
 }
 
 }  // namespace velmora::platform

@@ -4,6 +4,7 @@
 #include "core/text.h"
 #include "platform/app_log.h"
 #include "platform/spawn_attributes.h"
+#include "platform/words.h"
 #include "process/server_cert.h"
 #include "process/spawn.h"
 #include "settings/launch_plan.h"
@@ -40,7 +41,7 @@ void ServerSupervisor::startServer() {
     if (running() || starting_) return;
     auto cli = owner_.serverExecutable();
     if (!cli || !Spawn::isExecutableFile(*cli)) {
-        lastError_ = "Velmora Server not found inside the app. Reinstall Velmora.";
+        lastError_ = platform::say(platform::words::serverNotFound);
         owner_.serverStateChanged();
         return;
     }

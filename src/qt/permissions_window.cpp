@@ -1,5 +1,7 @@
 #include "qt/permissions_window.h"
 
+#include "platform/words.h"
+
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFontMetrics>
@@ -57,11 +59,12 @@ void setLine(QLabel* label, const PermissionsLine& line) {
 }  // namespace
 
 PermissionsWindow::PermissionsWindow(PermissionsController& controller) : controller_(controller) {
-    setWindowTitle(QString::fromUtf8(PermissionsText::title));
+    namespace words = platform::words;
+    setWindowTitle(QString::fromStdString(platform::say(words::permissionsTitle)));
     setFixedSize(contentWidth, contentHeight);
 
-    auto label = [this](const char* text, QRect rect, const char* name) {
-        auto* l = new QLabel(QString::fromUtf8(text), this);
+    auto label = [this](const std::string& text, QRect rect, const char* name) {
+        auto* l = new QLabel(QString::fromStdString(text), this);
         l->setObjectName(QString::fromLatin1(name));
         l->setTextFormat(Qt::PlainText);
         l->setWordWrap(true);
@@ -70,7 +73,7 @@ PermissionsWindow::PermissionsWindow(PermissionsController& controller) : contro
         fitToFrame(l);
         return l;
     };
-    auto heading = [&](const char* text, QRect rect, const char* name) {
+    auto heading = [&](const std::string& text, QRect rect, const char* name) {
         QLabel* l = label(text, rect, name);
         QFont font = l->font();
         font.setBold(true);
@@ -86,19 +89,19 @@ PermissionsWindow::PermissionsWindow(PermissionsController& controller) : contro
         return b;
     };
 
-    label(PermissionsText::intro, frame(20, 262, 500, 48), "intro");
-    heading(PermissionsText::screenHeading, frame(20, 228, 200, 20), "screenHeading");
-    label(PermissionsText::screenHint, frame(20, 208, 350, 18), "screenHint");
+    label(platform::say(words::permissionsIntro), frame(20, 262, 500, 48), "intro");
+    heading(platform::say(words::screenHeading), frame(20, 228, 200, 20), "screenHeading");
+    screenHint_ = label(platform::say(words::screenHint), frame(20, 208, 350, 18), "screenHint");
     screenStatus_ = label("", frame(20, 186, 300, 18), "screenStatus");
     screenButton_ = button(PermissionsText::openSettings, frame(380, 206, 140, 30), "screenButton",
                            [this] { controller_.openScreen(); });
-    heading(PermissionsText::inputHeading, frame(20, 148, 200, 20), "inputHeading");
-    label(PermissionsText::inputHint, frame(20, 128, 350, 18), "inputHint");
+    heading(platform::say(words::inputHeading), frame(20, 148, 200, 20), "inputHeading");
+    inputHint_ = label(platform::say(words::inputHint), frame(20, 128, 350, 18), "inputHint");
     inputStatus_ = label("", frame(20, 106, 300, 18), "inputStatus");
     inputButton_ = button(PermissionsText::openSettings, frame(380, 126, 140, 30), "inputButton",
                           [this] { controller_.openInput(); });
     summary_ = label("", frame(20, 52, 500, 44), "summary");
-    repairButton_ = button(PermissionsText::repairAgain, frame(20, 14, 140, 30), "repairButton",
+    repairButton_ = button(platform::say(words::repairAgain).c_str(), frame(20, 14, 140, 30), "repairButton",
                            [this] { controller_.repairAgain(); });
     startButton_ = button(PermissionsText::startServer, frame(380, 14, 140, 30), "startButton",
                           [this] { controller_.startNow(); });
@@ -113,10 +116,18 @@ PermissionsWindow::PermissionsWindow(PermissionsController& controller) : contro
 }
 
 void PermissionsWindow::render(const PermissionsModel& model) {
+    // Without the "Open Settings…" buttons the hints and status lines take the whole width.
+    for (QLabel* hint : {screenHint_, inputHint_}) hint->resize(model.paneButtonsShown ? 350 : 500, hint->height());
+    for (QLabel* line : {screenStatus_, inputStatus_}) line->resize(model.paneButtonsShown ? 300 : 500, line->height());
+    fitToFrame(screenHint_);
+    fitToFrame(inputHint_);
     setLine(screenStatus_, model.screenStatus);
     setLine(inputStatus_, model.inputStatus);
     screenButton_->setEnabled(model.screenButtonEnabled);
     inputButton_->setEnabled(model.inputButtonEnabled);
+    screenButton_->setVisible(model.paneButtonsShown);
+    inputButton_->setVisible(model.paneButtonsShown);
+
     startButton_->setEnabled(model.startButtonEnabled);
     repairButton_->setEnabled(model.repairButtonEnabled);
     setLine(summary_, model.summary);

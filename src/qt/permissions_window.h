@@ -28,6 +28,8 @@ protected:
 
 private:
     PermissionsController& controller_;
+    QLabel* screenHint_ = nullptr;
+    QLabel* inputHint_ = nullptr;
     QLabel* screenStatus_ = nullptr;
     QLabel* inputStatus_ = nullptr;
     QPushButton* screenButton_ = nullptr;

@@ -7,6 +7,8 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QFontMetrics>
+#include <QFormLayout>
+#include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -14,6 +16,7 @@
 #include <QScreen>
 #include <QSlider>
 #include <QStyle>
+#include <QVBoxLayout>
 
 #include <cmath>
 
@@ -86,72 +89,81 @@ void SettingsWindow::build() {
     QDialog* win = win_.get();
     win->setObjectName(QStringLiteral("settingsWindow"));
     win->setWindowTitle(QString::fromUtf8(SettingsText::windowTitle));
-    win->setFixedSize(width, height);
     win->setSizeGripEnabled(false);
+    const bool frames = form_.fixedFrames();
 
-    auto mkLabel = [win](const QString& text, int y) {
-        auto* label = place(new QLabel(text, win), 20, y, 150, 20);
-        label->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-        return label;
-    };
-
-    for (const Setting* setting : SettingsForm::rows()) {
-        const Frame& f = setting->frame;
-        if (setting->labelY) mkLabel(words(setting->label), setting->labelY);
+    // The controls, in the window's order; each row is a label (or none) and its control.
+    struct Row {
+        QLabel* label = nullptr;
         QWidget* control = nullptr;
+        const Setting* setting = nullptr;
+    };
+    std::vector<Row> rows;
+    for (const Setting* setting : form_.rows()) {
+        Row row{nullptr, nullptr, setting};
+        if (setting->labelY) {
+            row.label = new QLabel(words(setting->label), win);
+            row.label->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+        }
         switch (setting->control) {
             case SettingControl::none: continue;
-            case SettingControl::portField: control = new QLineEdit(QStringLiteral("3389"), win); break;
+            case SettingControl::portField: row.control = new QLineEdit(QStringLiteral("3389"), win); break;
             case SettingControl::slider: {
-                auto* slider = new QSlider(Qt::Horizontal, win);
-                slider->setRange(int(SettingsForm::sliderMinimum) * sliderUnits, int(SettingsForm::sliderMaximum) * sliderUnits);
-                slider->setSingleStep(sliderUnits);
-                slider->setPageStep(10 * sliderUnits);
-                slider->setTickPosition(QSlider::NoTicks);
-                QObject::connect(slider, &QSlider::valueChanged, win, [this] { scaleChanged(); });
-                slider_ = slider;
-                scaleLabel_ = place(new QLabel(win), f.x + f.width + 10, f.y, 90, f.height);
+                slider_ = new QSlider(Qt::Horizontal, win);
+                slider_->setRange(int(SettingsForm::sliderMinimum) * sliderUnits, int(SettingsForm::sliderMaximum) * sliderUnits);
+                slider_->setSingleStep(sliderUnits);
+                slider_->setPageStep(10 * sliderUnits);
+                slider_->setTickPosition(QSlider::NoTicks);
+                QObject::connect(slider_, &QSlider::valueChanged, win, [this] { scaleChanged(); });
+                scaleLabel_ = new QLabel(win);
                 scaleLabel_->setObjectName(QStringLiteral("scaleLabel"));
-                control = slider;
+                row.control = slider_;
                 break;
             }
             case SettingControl::popUp: {
                 auto* box = new QComboBox(win);
                 for (const SettingChoice& choice : setting->choices) box->addItem(words(choice.title));
-                control = box;
+                row.control = box;
                 break;
             }
-            case SettingControl::checkBox: control = new QCheckBox(words(setting->label), win); break;
+            case SettingControl::checkBox: row.control = new QCheckBox(words(setting->label), win); break;
         }
-        place(control, f.x, f.y, f.width, f.height);
-        control->setObjectName(QString::fromLatin1(setting->key));
-        if (*setting->tooltip.mac) control->setToolTip(words(setting->tooltip));
-        if (auto* box = qobject_cast<QCheckBox*>(control)) fitCheckBox(box);
-        controls_[setting->key] = control;
+        row.control->setObjectName(QString::fromLatin1(setting->key));
+        if (!form_.enabled(*setting)) {
+            row.control->setEnabled(false);
+            if (row.label) row.label->setEnabled(false);
+            row.control->setToolTip(QString::fromStdString(form_.notHonoured()));
+        } else if (*setting->tooltip.mac) {
+            row.control->setToolTip(words(setting->tooltip));
+        }
+        controls_[setting->key] = row.control;
+        rows.push_back(row);
     }
 
-    mkLabel(QString::fromUtf8(SettingsText::loginLabel), 322)->setToolTip(words(platform::words::loginTooltip));
-    nlaUser_ = place(new QLineEdit(win), 180, 320, 140, 24);
+    auto* loginLabel = new QLabel(QString::fromUtf8(SettingsText::loginLabel), win);
+    loginLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    loginLabel->setToolTip(words(platform::words::loginTooltip));
+    nlaUser_ = new QLineEdit(win);
     nlaUser_->setObjectName(QStringLiteral("nlaUser"));
     nlaUser_->setPlaceholderText(QString::fromUtf8(SettingsText::placeholderUser));
-    nlaPass_ = place(new QLineEdit(win), 330, 320, 170, 24);
+    nlaPass_ = new QLineEdit(win);
     nlaPass_->setObjectName(QStringLiteral("nlaPass"));
     nlaPass_->setEchoMode(QLineEdit::Password);
     nlaPass_->setPlaceholderText(QString::fromUtf8(SettingsText::placeholderPassword));
-    nlaStatus_ = place(new QLabel(win), 180, 300, 330, 18);
+    nlaStatus_ = new QLabel(win);
     nlaStatus_->setObjectName(QStringLiteral("nlaStatus"));
     makeSecondary(nlaStatus_);
     statusFont_ = std::make_unique<QFont>(nlaStatus_->font());
 
-    auto* note = place(new QLabel(QString::fromStdString(SettingsForm::note()), win), 20, 56, 480, 48);
+    auto* note = new QLabel(QString::fromStdString(SettingsForm::note()), win);
     note->setObjectName(QStringLiteral("note"));
     note->setWordWrap(true);
     note->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     makeSecondary(note);
 
-    auto* saveButton = place(new QPushButton(QStringLiteral("Save and Restart"), win), 370, 16, 130, 30);
+    auto* saveButton = new QPushButton(QStringLiteral("Save and Restart"), win);
     saveButton->setObjectName(QStringLiteral("save"));
-    auto* cancelButton = place(new QPushButton(QStringLiteral("Cancel"), win), 280, 16, 80, 30);
+    auto* cancelButton = new QPushButton(QStringLiteral("Cancel"), win);
     cancelButton->setObjectName(QStringLiteral("cancel"));
     // Return presses "Save and Restart" wherever the focus is; Cancel has no key of its own.
     cancelButton->setAutoDefault(false);
@@ -159,6 +171,70 @@ void SettingsWindow::build() {
     saveButton->setDefault(true);
     QObject::connect(saveButton, &QPushButton::clicked, win, [this] { save(); });
     QObject::connect(cancelButton, &QPushButton::clicked, win, [this] { close(); });
+
+    if (frames) {
+        // The macOS window: every control at its frame, from the content's bottom-left corner.
+        win->setFixedSize(width, height);
+        for (const Row& row : rows) {
+            const Frame& f = row.setting->frame;
+            if (row.label) place(row.label, 20, row.setting->labelY, 150, 20);
+            place(row.control, f.x, f.y, f.width, f.height);
+            if (row.control == slider_) place(scaleLabel_, f.x + f.width + 10, f.y, 90, f.height);
+            if (auto* box = qobject_cast<QCheckBox*>(row.control)) fitCheckBox(box);
+        }
+        place(loginLabel, 20, 322, 150, 20);
+        place(nlaUser_, 180, 320, 140, 24);
+        place(nlaPass_, 330, 320, 170, 24);
+        place(nlaStatus_, 180, 300, 330, 18);
+        place(note, 20, 56, 480, 48);
+        place(saveButton, 370, 16, 130, 30);
+        place(cancelButton, 280, 16, 80, 30);
+        return;
+    }
+
+    // Elsewhere a form that fits the desktop's font, with nothing where hidden controls would be.
+    auto* form = new QFormLayout;
+    form->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
+    for (const Row& row : rows) {
+        QWidget* field = row.control;
+        if (row.control == slider_) {
+            field = new QWidget(win);
+            auto* line = new QHBoxLayout(field);
+            line->setContentsMargins(0, 0, 0, 0);
+            slider_->setMinimumWidth(220);
+            line->addWidget(slider_);
+            line->addWidget(scaleLabel_);
+        }
+        if (row.label) form->addRow(row.label, field);
+        else form->addRow(QString(), field);
+        if (SettingsForm::loginFollows(*row.setting)) {
+            auto* login = new QWidget(win);
+            auto* line = new QHBoxLayout(login);
+            line->setContentsMargins(0, 0, 0, 0);
+            line->addWidget(nlaUser_);
+            line->addWidget(nlaPass_);
+            form->addRow(loginLabel, login);
+            form->addRow(QString(), nlaStatus_);
+        }
+    }
+    auto* column = new QVBoxLayout(win);
+    column->setSizeConstraint(QLayout::SetFixedSize);
+    column->addLayout(form);
+    if (std::string text = form_.notHonouredNote(); !text.empty()) {
+        auto* honest = new QLabel(QString::fromStdString(text), win);
+        honest->setObjectName(QStringLiteral("notHonouredNote"));
+        honest->setWordWrap(true);
+        makeSecondary(honest);
+        column->addWidget(honest);
+    }
+    note->setMinimumWidth(480);
+    column->addWidget(note);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(cancelButton);
+    buttons->addWidget(saveButton);
+    column->addLayout(buttons);
 }
 
 void SettingsWindow::scaleChanged() {
@@ -177,7 +253,7 @@ void SettingsWindow::fill(const SettingsFields& fields) {
     nlaPass_->clear();
     nlaPass_->setPlaceholderText(QString::fromStdString(fields.nlaPassPlaceholder));
     nlaStatus_->setText(QString::fromStdString(fields.nlaStatus));
-    fitFont(nlaStatus_, *statusFont_, nlaStatus_->text(), nlaStatus_->width());
+    if (form_.fixedFrames()) fitFont(nlaStatus_, *statusFont_, nlaStatus_->text(), nlaStatus_->width());
 }
 
 SettingsFields SettingsWindow::read() const {
@@ -208,7 +284,8 @@ void SettingsWindow::open() {
     QDialog* win = win_.get();
     if (QScreen* screen = QGuiApplication::primaryScreen()) {
         QRect area = screen->availableGeometry();
-        win->move(area.center() - QPoint(width / 2, height / 2));
+        win->adjustSize();
+        win->move(area.center() - QPoint(win->width() / 2, win->height() / 2));
     }
     // No field starts focused: the window itself takes the focus.
     if (QWidget* focused = win->focusWidget()) focused->clearFocus();

@@ -1,6 +1,7 @@
 #include "settings/plan_listing.h"
 
 #include "core/server_contract.h"
+#include "settings/settings_table.h"
 
 #include <set>
 
@@ -22,6 +23,7 @@ std::string planListing(const LaunchPlan& plan, const Environment& own) {
             out += name + "=" + (name == Contract::Env::nlaLogin ? std::string("[removed]") : planned->second) + "\n";
         }
     }
+    if (std::string ignored = ignoredSettingsLine(); !ignored.empty()) out += "\n" + ignored + "\n";
     return out;
 }
 

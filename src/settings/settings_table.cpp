@@ -104,8 +104,19 @@ const Setting* findSetting(std::string_view key) {
     return found == table.end() ? nullptr : &*found;
 }
 
-Support supportHere(const Setting& setting) {
-    return platform::column() == platform::Column::mac ? setting.onMac : setting.onX11;
+Support supportHere(const Setting& setting) { return supportIn(setting, platform::column()); }
+
+Support supportIn(const Setting& setting, platform::Column column) {
+    return column == platform::Column::mac ? setting.onMac : setting.onX11;
+}
+
+std::string ignoredSettingsLine() {
+    std::string keys;
+    for (const Setting& setting : settingsTable()) {
+        if (std::holds_alternative<std::monostate>(setting.field) || supportHere(setting) == Support::honoured) continue;
+        keys += (keys.empty() ? "" : ", ") + std::string(setting.key);
+    }
+    return keys.empty() ? keys : platform::say(words::ignoredSettings) + keys;
 }
 
 DefaultsValue readSetting(const Setting& setting, const platform::DefaultsStore& store) {

@@ -94,8 +94,12 @@ struct Setting {
 const std::vector<Setting>& settingsTable();
 // The setting stored under `key`; nullptr when there is none.
 const Setting* findSetting(std::string_view key);
-// Whether this platform's server honours it.
+// Whether this platform's server (or that of the given column) honours it.
 Support supportHere(const Setting& setting);
+Support supportIn(const Setting& setting, platform::Column column);
+// "Ignored by this server: " and the keys of the server settings this platform's server does not
+// honour, in table order; empty when it honours them all.
+std::string ignoredSettingsLine();
 
 // The value the snapshot holds for the setting, read from `store` (registered defaults, range and
 // legacy rules applied).

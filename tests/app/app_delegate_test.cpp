@@ -7,6 +7,7 @@
 #include "core/manual_queue.h"
 #include "netcheck/net_info.h"
 #include "platform/paths.h"
+#include "platform/words.h"
 #include "process/spawn.h"
 #include "settings/keys.h"
 #include "support/http_server.h"
@@ -218,13 +219,14 @@ TEST_F(AppDelegateTest, MissingPermissionsAtStartUp) {
 
 TEST_F(AppDelegateTest, WithoutAPermissionsWindowTheMinuteTickStartsTheServerOnceAllowed) {
     settings(R"({"usagePing": false})");
-    answer("screen=0 input=1");
+    answer("cause=screen-unreadable :3\nscreen=0 input=1");
     view.windows = false;
     launch();
     waitForIdle();
     ASSERT_EQ(view.notices.size(), 1u);
-    EXPECT_EQ(view.notices[0], "Velmora Server lacks permission (ScreenCapture): it could not read the X display or "
-                               "found no XTEST; the server was not started (checking again every minute)");
+    EXPECT_EQ(view.notices[0], "The display :3 is open, but its screen cannot be read. Velmora shares X11 desktops whose "
+                               "screen may be read by their own user. The server was not started (checking again every "
+                               "minute)");
     EXPECT_TRUE(delegate->startRetryPending());
 
     // Still missing a minute later: checked again, but not reported again.
@@ -265,7 +267,7 @@ TEST_F(AppDelegateTest, TestConnectionMakesNoCheckWhileStoppedAndCopiesTheFirstA
     delegate->perform(MenuAction::testConnection);
     ASSERT_TRUE(queue.runUntil([&] { return view.alerts.size() == 2; }, 20));
     const std::string& report = view.alerts[1].informative;
-    EXPECT_EQ(report.rfind("The server is listening on port " + std::to_string(listener.port()) + " on this Mac.\n", 0),
+    EXPECT_EQ(report.rfind("The server is listening on port " + std::to_string(listener.port()) + platform::say(platform::words::onThisMac) + "\n", 0),
               0u)
         << report;
     EXPECT_NE(report.find("Your public address is 203.0.113.7."), std::string::npos) << report;
@@ -287,8 +289,8 @@ TEST_F(AppDelegateTest, CopyDiagnosticsProbesCopiesARedactedReportAndRestoresThe
     ASSERT_TRUE(queue.runUntil([&] { return !view.copied.empty(); }));
     const std::string& report = view.copied.front();
     EXPECT_EQ(report.rfind("Velmora " + appVersion() + "\n", 0), 0u) << report;
-    EXPECT_NE(report.find("\nPermission Velmora Server Screen Recording: granted\n"
-                          "Permission Velmora Server Accessibility: missing\n"),
+    EXPECT_NE(report.find("\nPermission " + platform::say(platform::words::screenPermission) + ": granted\nPermission " +
+                              platform::say(platform::words::inputPermission) + ": missing\n"),
               std::string::npos)
         << report;
     EXPECT_NE(report.find("env [removed]"), std::string::npos) << report;

@@ -3,6 +3,7 @@
 
 #include "process/spawn.h"
 #include "platform/paths.h"
+#include "platform/words.h"
 #include "platform/processes.h"
 #include "support/e2e_harness.h"
 #include "support/http_server.h"
@@ -48,8 +49,8 @@ TEST(ReportCommands, DiagnosticsPrintsSettingsPermissionsAndTheRedactedLogEnd) {
     EXPECT_EQ(result.out.rfind("Velmora ", 0), 0u);
     EXPECT_NE(result.out.find("\nServer: stopped, port 4000, scale 0.75, max 24 fps (adaptive: on)\n"), std::string::npos)
         << result.out;
-    EXPECT_NE(result.out.find("\nPermission Velmora Server Screen Recording: granted\n"
-                              "Permission Velmora Server Accessibility: missing\n"),
+    EXPECT_NE(result.out.find("\nPermission " + platform::say(platform::words::screenPermission) + ": granted\nPermission " +
+                              platform::say(platform::words::inputPermission) + ": missing\n"),
               std::string::npos)
         << result.out;
     // The probe runs first and logs its answer, so the excerpt ends with that line: 85 lines, the
@@ -87,7 +88,7 @@ TEST(ReportCommands, TestConnectionReportsTheRunningServer) {
     test::writeFile(home.configHome() + "/autostart/velmora.desktop", "[Desktop Entry]\n");
     auto running = test::runCommand({velmora, "test-connection"}, {{"VELMORA_SERVICE_URL", service.baseURL()}});
     ASSERT_EQ(running.exitCode, 0) << running.err;
-    EXPECT_EQ(running.out.rfind("The server is listening on port " + std::to_string(listener.port()) + " on this Mac.\n", 0),
+    EXPECT_EQ(running.out.rfind("The server is listening on port " + std::to_string(listener.port()) + platform::say(platform::words::onThisMac) + "\n", 0),
               0u)
         << running.out;
     EXPECT_NE(running.out.find("\nYour public address is 203.0.113.7. Forward port " + std::to_string(listener.port())),

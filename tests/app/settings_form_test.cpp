@@ -61,7 +61,8 @@ protected:
                                    .desktop = screen,
                                    .bundleRoot = home.path() + "/prefix",
                                    .stopLeftovers = [] { return 0; },
-                                   .stopGrace = 0.5});
+                                   .stopGrace = 0.5,
+                                   .column = platform::Column::mac});
     }
 
     void TearDown() override {

@@ -1,5 +1,8 @@
 #include "core/text.h"
 #include "netcheck/diagnostics.h"
+
+#include "platform/words.h"
+#include "settings/settings_table.h"
 #include "platform/login_item.h"
 #include "platform/system_info.h"
 #include "support/temp_home.h"
@@ -9,6 +12,9 @@
 
 namespace velmora {
 namespace {
+
+using platform::say;
+namespace words = platform::words;
 
 std::string numberedLines(int count) {
     std::string log;
@@ -32,14 +38,16 @@ TEST(Diagnostics, BuildWritesEveryLineInOrder) {
         "1.4.2", "Version 14.2 (Build 23C64)", "Mac14,2", settings, true,
         Diagnostics::permissionEntries(true, false), {{"en0", "192.168.1.20"}, {"utun3", "10.8.0.2"}},
         "started\nMAC_SHADOW_NLA=anna:0123456789abcdef0123456789abcdef HOME=/Users/anna\ndone\n");
+    // The words that differ by platform come from its column; the macOS one is pinned elsewhere.
+    const std::string system = say(words::systemPrefix), ignored = ignoredSettingsLine();
+    const std::string ignoredLine = ignored.empty() ? "" : ignored + "\n";
     EXPECT_EQ(report,
-              "Velmora 1.4.2\n"
-              "macOS Version 14.2 (Build 23C64), Mac14,2\n"
+              "Velmora 1.4.2\n" + system + "Version 14.2 (Build 23C64), Mac14,2\n"
               "Server: running, port 3390, scale 1.0, max 60 fps (adaptive: off)\n"
-              "Max pixels 8294400, encoder: software, audio off, login required: yes, remote screen: extend\n"
-              "Windows login (NLA): set, user 'anna'\n"
-              "Permission Velmora Server Screen Recording: granted\n"
-              "Permission Velmora Server Accessibility: missing\n"
+              "Max pixels 8294400, encoder: software, audio off, login required: yes, remote screen: extend\n" +
+                  ignoredLine + "Windows login (NLA): set, user 'anna'\n"
+              "Permission " + say(words::screenPermission) + ": granted\n"
+              "Permission " + say(words::inputPermission) + ": missing\n"
               "Addresses: 192.168.1.20 (en0), 10.8.0.2 (utun3)\n"
               "\n"
               "Last log lines:\n"
@@ -50,11 +58,10 @@ TEST(Diagnostics, BuildWritesEveryLineInOrder) {
     ServerSettings defaults;
     std::string plain = Diagnostics::build("0", "os", "", defaults, false, {}, {}, "");
     EXPECT_EQ(plain,
-              "Velmora 0\n"
-              "macOS os, \n"
+              "Velmora 0\n" + system + "os\n"  // no dangling comma without a model
               "Server: stopped, port 3389, scale 0.75, max 30 fps (adaptive: on)\n"
-              "Max pixels 2073600, encoder: hardware, audio on, login required: yes, remote screen: mirror\n"
-              "Windows login (NLA): not set\n"
+              "Max pixels 2073600, encoder: hardware, audio on, login required: yes, remote screen: mirror\n" +
+                  ignoredLine + "Windows login (NLA): not set\n"
               "Addresses: none\n"
               "\n"
               "Last log lines:\n");
@@ -130,7 +137,10 @@ TEST_F(FileTail, GatherUsesTheSystemFactsAndTheLogsEnd) {
     log += "MAC_SHADOW_NLA=anna:0123456789abcdef0123456789abcdef\n";
     test::writeFile(path, log);
     std::string report = Diagnostics::gather("2.0", ServerSettings{}, false, {}, path);
-    EXPECT_EQ(report.rfind("Velmora 2.0\nmacOS " + platform::osVersionString() + ", " + platform::modelName() + "\n", 0),
+    std::string model = platform::modelName();
+    EXPECT_EQ(report.rfind("Velmora 2.0\n" + say(words::systemPrefix) + platform::osVersionString() +
+                               (model.empty() ? "" : ", " + model) + "\n",
+                           0),
               0u)
         << report;
     EXPECT_EQ(report.find("Permission "), std::string::npos);

@@ -1,6 +1,8 @@
 #include "netcheck/connection_test.h"
 #include "netcheck/http.h"
 #include "netcheck/net_info.h"
+
+#include "platform/words.h"
 #include "netcheck/service_url.h"
 #include "platform/command_output.h"
 #include "support/http_server.h"
@@ -171,11 +173,13 @@ TEST(ConnectionTest, OnlyARunningServerIsConnectedToAndThePublicAddressAsked) {
 }
 
 TEST(ConnectionReport, TextsForEveryCase) {
-    const std::string note =
-        "After this Mac restarts, log in at the Mac once before connecting: Velmora only runs while you are logged "
-        "in. Once you are logged in, a locked screen is fine: you can unlock it from the Windows App.";
+    // The words that differ by platform come from its column; the macOS one is pinned elsewhere.
+    using platform::say;
+    namespace words = platform::words;
+    const std::string note = say(words::afterRestart);
     const std::string turnOn =
         "\nTurn on \"Open Velmora at Login\" in the menu, or it will not start after a restart at all.";
+    const std::string firewall = say(words::checkFirewall) + "\n\n";
     EXPECT_EQ(NetInfo::afterRestartNote(true), note);
     EXPECT_EQ(NetInfo::afterRestartNote(false), note + turnOn);
 
@@ -183,35 +187,24 @@ TEST(ConnectionReport, TextsForEveryCase) {
               "The server is not running. Choose Start Server in the menu, then test again.\n\n" + note + turnOn);
 
     EXPECT_EQ(NetInfo::report(3389, true, {{"en0", "192.168.1.20"}, {"en1", "203.0.113.9"}}, true, "203.0.113.7", true),
-              "The server is listening on port 3389 on this Mac.\n"
+              "The server is listening on port 3389" + say(words::onThisMac) + "\n"
               "In Windows App, add a PC and type one of these:\n"
               "    192.168.1.20:3389   (en0)\n"
               "    203.0.113.9:3389   (en1)\n"
               "These work from computers on the same network. To connect from elsewhere you need a VPN or a port "
               "forward on your router.\n"
-              "Your public address is 203.0.113.7. Forward port 3389 to this Mac on your router to use it, which "
-              "exposes the Mac to the internet, so a VPN is safer.\n"
-              "If Windows App cannot connect: check the Mac firewall allows Velmora, and that both computers are on "
-              "the same network.\n"
-              "\n" +
-                  note);
+              "Your public address is 203.0.113.7. Forward port 3389" + say(words::forwardToThisMac) + "\n" +
+                  firewall + note);
 
     EXPECT_EQ(NetInfo::report(13389, true, {{"en0", "203.0.113.9"}}, false, std::nullopt, false),
               "The server says it is running but nothing answers on port 13389. Check the log.\n"
               "In Windows App, add a PC and type one of these:\n"
-              "    203.0.113.9:13389   (en0)\n"
-              "If Windows App cannot connect: check the Mac firewall allows Velmora, and that both computers are on "
-              "the same network.\n"
-              "\n" +
-                  note + turnOn);
+              "    203.0.113.9:13389   (en0)\n" +
+                  firewall + note + turnOn);
 
     EXPECT_EQ(NetInfo::report(3389, true, {}, true, std::nullopt, true),
-              "The server is listening on port 3389 on this Mac.\n"
-              "This Mac has no network address. Connect to Wi-Fi or Ethernet.\n"
-              "If Windows App cannot connect: check the Mac firewall allows Velmora, and that both computers are on "
-              "the same network.\n"
-              "\n" +
-                  note);
+              "The server is listening on port 3389" + say(words::onThisMac) + "\n" + say(words::noNetworkAddress) +
+                  "\n" + firewall + note);
 }
 
 }  // namespace

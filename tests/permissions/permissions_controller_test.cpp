@@ -53,11 +53,19 @@ protected:
         ::chmod(server.c_str(), 0755);
         perms = HelperPerms::create(queue, store, {.bundleRoot = home.path() + "/no-prefix",
                                                    .openURL = [this](const std::string& url) { opened.push_back(url); }});
-        controller = PermissionsController::create(queue, perms, [this](PermissionsController&) {
-            auto made = std::make_unique<FakeWindow>();
-            window = made.get();
-            return made;
-        });
+        controller = make(platform::Column::mac);
+    }
+
+    // The macOS window (System Settings' lists) unless told otherwise.
+    std::shared_ptr<PermissionsController> make(platform::Column column) {
+        return PermissionsController::create(
+            queue, perms,
+            [this](PermissionsController&) {
+                auto made = std::make_unique<FakeWindow>();
+                window = made.get();
+                return made;
+            },
+            column);
     }
 
     void answer(const std::string& line) { writeFile(home.path() + "/answer", line + "\n"); }
@@ -119,7 +127,7 @@ TEST_F(PermissionsControllerTest, GrantedAtOnceContinuesByItselfOnlyWhenAskedTo)
     EXPECT_TRUE(window->visible);
     EXPECT_EQ(ready, 1);
     EXPECT_EQ(probes(), (std::vector<std::string>{"check", "check", "check"}));
-    PermissionsModel expected{allowed, allowed, false, false, true, false, {"Everything is allowed.", PermColour::label}};
+    PermissionsModel expected{allowed, allowed, false, false, true, false, true, {"Everything is allowed.", PermColour::label}};
     EXPECT_EQ(window->model, expected);
     controller->startNow();
     EXPECT_EQ(ready, 2);
@@ -222,7 +230,7 @@ TEST_F(PermissionsControllerTest, AServerThatDoesNotAnswerShowsDotsAndARedSummar
     answer("screen=maybe input=1");
     controller->show(false, true, onReady);
     settle();
-    PermissionsModel expected{unknown, unknown, true, true, false, true,
+    PermissionsModel expected{unknown, unknown, true, true, false, true, true,
                               {"Velmora Server could not be asked (is it missing from the app?).  Reinstall Velmora.",
                                PermColour::red}};
     EXPECT_EQ(window->model, expected);
@@ -231,4 +239,27 @@ TEST_F(PermissionsControllerTest, AServerThatDoesNotAnswerShowsDotsAndARedSummar
     settle();
     EXPECT_EQ(probes(), (std::vector<std::string>{"check", "check"}));
     EXPECT_FALSE(controller->busy());
+}
+
+TEST_F(PermissionsControllerTest, OnAnX11DesktopTheWindowNamesTheCauseAndOpensNoSettings) {
+    controller = make(platform::Column::x11);
+    // Granted from the start: the window closes after its first check and continues once.
+    answer("screen=1 input=1");
+    controller->show(true, true, onReady);
+    settle();
+    EXPECT_EQ(ready, 1);
+    EXPECT_FALSE(window->visible);
+
+    answer("cause=no-xtest :7\nscreen=1 input=0");
+    controller->show(false, true, onReady);
+    settle();
+    EXPECT_EQ(probes().back(), "request");  // "Check Again" asks once more; nothing to reset
+    EXPECT_FALSE(window->model.paneButtonsShown);
+    EXPECT_EQ(window->model.inputStatus, (PermissionsLine{"\u2717 Does not work yet", PermColour::red}));
+    EXPECT_EQ(window->model.summary.text,
+              "The display :7 has no XTEST extension, so the remote keyboard and mouse cannot work. Turn XTEST on in "
+              "the X server (Xorg has it on by default).");
+    controller->openInput();
+    controller->openScreen();
+    EXPECT_TRUE(opened.empty());
 }

@@ -4,6 +4,7 @@
 #include "permissions/helper_perms.h"
 #include "platform/app_log.h"
 #include "platform/paths.h"
+#include "platform/words.h"
 #include "settings/settings_store.h"
 #include "support/temp_home.h"
 #include "support/log_lines.h"
@@ -219,7 +220,7 @@ TEST_F(SupervisorTest, FailedChecksBecomeTheErrorLineAndMissingPermissionsShowTh
     owner.executable = dir + "/nothing-here";
     supervisor->startServer();
     EXPECT_FALSE(supervisor->starting());
-    EXPECT_EQ(supervisor->lastError(), "Velmora Server not found inside the app. Reinstall Velmora.");
+    EXPECT_EQ(supervisor->lastError(), platform::say(platform::words::serverNotFound));
 }
 
 TEST_F(SupervisorTest, ServerStillStartsWhenTheLogCannotBeOpened) {

@@ -1,5 +1,6 @@
 #include "settings/launch_plan.h"
 #include "settings/plan_listing.h"
+#include "settings/settings_table.h"
 
 #include <gtest/gtest.h>
 
@@ -101,7 +102,9 @@ TEST(PlanListing, ShowsArgumentsThenChangedAndRemovedVariablesButNeverTheLogin) 
               "MAC_SHADOW_SIZE_ALIGN=2\n"
               "MAC_SHADOW_STATS_FILE=/home/anna/.local/share/velmora/server-stats.json\n"
               "MAC_SHADOW_VIRTUAL=auto\n"
-              "WLOG_LEVEL=INFO\n");
+              "WLOG_LEVEL=INFO\n" +
+                  // Then what this platform's server ignores, if anything.
+                  (ignoredSettingsLine().empty() ? "" : "\n" + ignoredSettingsLine() + "\n"));
     EXPECT_EQ(listing.find("8846f7"), std::string::npos);
     // An inherited login never leaks through when none is required (see also the plan command's test).
     s.requireLogin = false;

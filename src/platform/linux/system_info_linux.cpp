@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 
@@ -64,6 +65,12 @@ bool graphicalSessionAvailable() {
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
         if (const char* value = std::getenv(name); value && value[0]) return true;
     return false;
+}
+
+bool waylandSession() {
+    const char* type = std::getenv("XDG_SESSION_TYPE");
+    const char* display = std::getenv("WAYLAND_DISPLAY");
+    return (type && std::string_view(type) == "wayland") || (display && display[0]);
 }
 
 std::string connectionListerPath() { return "/usr/bin/lsof"; }

@@ -59,6 +59,8 @@ bool isPhysicalInterface(const std::string& name, const std::string&) { return n
 
 bool graphicalSessionAvailable() { return true; }
 
+bool waylandSession() { return false; }
+
 std::string connectionListerPath() { return "/usr/sbin/lsof"; }
 
 }  // namespace velmora::platform
