@@ -158,16 +158,19 @@ void AppDelegate::showPermissions(PermissionsRequest request, bool quietRepeat) 
         permissions().show(request.autoContinue, true, std::move(request.onReady));
         return;
     }
+    // A Wayland session stays one: trying again every minute would only repeat the message.
+    const auto& cause = helperPerms_->lastCause();
+    const bool retry = request.autoContinue && !(cause && cause->word == Contract::Probe::Cause::wayland);
     bool repeat = quietRepeat && reportedWithoutWindow_ && reportedWithoutWindow_ == request.lastKnown;
     if (!repeat) {
-        std::string message = missingPermissionText(request.lastKnown, helperPerms_->lastCause());
+        std::string message = missingPermissionText(request.lastKnown, cause);
         message += (message.ends_with(".") ? " T" : "; t") + platform::say(platform::words::notStarted).substr(1);
-        if (request.autoContinue) message += " (checking again every minute)";
+        if (retry) message += " (checking again every minute)";
         HelperPerms::log(message);
         view_.notify(message);
     }
     reportedWithoutWindow_ = request.lastKnown;
-    if (request.autoContinue) retryStart_ = std::move(request.onReady);
+    if (retry) retryStart_ = std::move(request.onReady);
 }
 
 void AppDelegate::perform(MenuAction action) {
@@ -225,9 +228,12 @@ void AppDelegate::testConnection() {
     const std::int64_t port = store_.integer(Key::port);
     auto addresses = NetInfo::localAddresses();
     const bool running = supervisor_->running();
+    std::vector<int> server;
+    if (running) server.push_back(supervisor_->task()->pid());
     std::weak_ptr<AppDelegate> weak = weak_from_this();
-    platform::globalQueue().async([weak, link = mainQueue_.link(), port, running, addresses = std::move(addresses)]() mutable {
-        auto test = std::make_shared<ConnectionTest>(runConnectionTest(port, running, std::move(addresses)));
+    platform::globalQueue().async([weak, link = mainQueue_.link(), port, running, addresses = std::move(addresses),
+                                   server]() mutable {
+        auto test = std::make_shared<ConnectionTest>(runConnectionTest(port, running, std::move(addresses), server));
         link->post([weak, test] {
             auto self = weak.lock();
             if (!self) return;

@@ -62,7 +62,9 @@ int printDiagnostics() {
 
 int printConnectionTest() {
     platform::DefaultsStore store = readOnlyStore();
-    ConnectionTest test = runConnectionTest(store.integer(Key::port), serverProcessRunning(), NetInfo::localAddresses());
+    auto servers = Spawn::findServers();
+    ConnectionTest test = runConnectionTest(store.integer(Key::port), !servers.empty(), NetInfo::localAddresses(),
+                                            std::vector<int>(servers.begin(), servers.end()));
     std::printf("%s\n", test.report(platform::opensAtLogin()).c_str());
     return 0;
 }

@@ -17,6 +17,7 @@ struct ConnectionTest {
     bool running = false;
     std::vector<NetInfo::Address> addresses;
     bool listening = false;
+    bool takenByOther = false;  // what answers is another program's listener, not the server's
     std::optional<std::string> publicIP;
 
     // NetInfo::report of these values.
@@ -26,8 +27,10 @@ struct ConnectionTest {
     std::string copyText() const;
 };
 
-// When running: whether 127.0.0.1:port answers (2 s), then the public address (up to 5 s). When
-// not running neither check is made.
-ConnectionTest runConnectionTest(std::int64_t port, bool running, std::vector<NetInfo::Address> addresses);
+// When running: whether 127.0.0.1:port answers (2 s) and whether the listener is one of
+// `serverProcesses` (the server and its children), then the public address (up to 5 s). When not
+// running none of these checks is made.
+ConnectionTest runConnectionTest(std::int64_t port, bool running, std::vector<NetInfo::Address> addresses,
+                                 const std::vector<int>& serverProcesses = {});
 
 }  // namespace velmora

@@ -149,6 +149,35 @@ int connectedClients(std::int64_t port) {
     return countEstablished(*output, port);
 }
 
+std::string portTakenText(std::int64_t port) {
+    return "Port " + std::to_string(port) + " is in use by another program.";
+}
+
+bool portTaken(std::int64_t port) {
+    if (port < 1 || port > 65535) return false;
+    int fd = platform::closeOnExecSocket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0) return false;
+    int on = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    bool taken = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 && errno == EADDRINUSE;
+    ::close(fd);
+    return taken;
+}
+
+std::vector<int> listeningProcesses(std::int64_t port) {
+    auto output = platform::commandOutput(platform::connectionListerPath(),
+                                          {"-nP", "-t", "-iTCP:" + std::to_string(port), "-sTCP:LISTEN"});
+    std::vector<int> pids;
+    if (!output) return pids;
+    for (const auto& line : text::split(*output, '\n'))
+        if (auto pid = decimalInteger(text::trimmed(line)); pid && *pid > 0) pids.push_back(static_cast<int>(*pid));
+    return pids;
+}
+
 int countEstablished(std::string_view lsofOutput, std::int64_t port) {
     int count = 0;
     std::size_t start = 0;
@@ -202,13 +231,15 @@ std::string afterRestartNote(bool opensAtLogin) {
 }
 
 std::string report(std::int64_t port, bool running, const std::vector<Address>& addresses, bool listening,
-                   const std::optional<std::string>& publicIP, bool opensAtLogin) {
+                   const std::optional<std::string>& publicIP, bool opensAtLogin, bool takenByOther) {
     if (!running)
         return "The server is not running. Choose Start Server in the menu, then test again.\n\n" +
                afterRestartNote(opensAtLogin);
     std::string portText = std::to_string(port);
     std::vector<std::string> lines;
-    if (listening)
+    if (takenByOther)
+        lines.push_back(portTakenText(port) + " Quit it, or choose another port in Settings.");
+    else if (listening)
         lines.push_back("The server is listening on port " + portText + platform::say(platform::words::onThisMac));
     else
         lines.push_back("The server says it is running but nothing answers on port " + portText + ". Check the log.");

@@ -42,6 +42,13 @@ bool canConnect(const std::string& host, std::int32_t port, double timeoutSecond
 // output; 0 when the lister cannot run.
 int connectedClients(std::int64_t port);
 
+// Whether another program holds the TCP port: binding it on every address (as a server does, with
+// SO_REUSEADDR) is refused.
+bool portTaken(std::int64_t port);
+// The processes listening on the TCP port, from the connection lister; empty when none or when
+// the lister cannot run.
+std::vector<int> listeningProcesses(std::int64_t port);
+
 // The count of connected clients in the lister's output: "(ESTABLISHED)" lines whose local end
 // (before "->") has the port `port`.
 int countEstablished(std::string_view lsofOutput, std::int64_t port);
@@ -53,8 +60,12 @@ std::optional<std::string> publicIP();
 std::optional<std::string> parsePublicIP(std::string_view response);
 
 // The connection test's text for a non-technical reader.
+// `takenByOther`: what answers on the port is another program, not Velmora Server.
 std::string report(std::int64_t port, bool running, const std::vector<Address>& addresses, bool listening,
-                   const std::optional<std::string>& publicIP, bool opensAtLogin);
+                   const std::optional<std::string>& publicIP, bool opensAtLogin, bool takenByOther = false);
+
+// "Port N is in use by another program."
+std::string portTakenText(std::int64_t port);
 
 // What to mind after a restart of the computer.
 std::string afterRestartNote(bool opensAtLogin);

@@ -2,6 +2,7 @@
 
 #include "core/environment.h"
 #include "core/text.h"
+#include "netcheck/net_info.h"
 #include "platform/app_log.h"
 #include "platform/spawn_attributes.h"
 #include "platform/words.h"
@@ -37,14 +38,13 @@ std::string ServerSupervisor::idleStatusLine() const {
     return lastError_ ? *lastError_ : "Stopped";
 }
 
-void ServerSupervisor::startServer() {
+void ServerSupervisor::startServer() { start(false); }
+
+void ServerSupervisor::start(bool automatic) {
     if (running() || starting_) return;
+    automatic_ = automatic;
     auto cli = owner_.serverExecutable();
-    if (!cli || !Spawn::isExecutableFile(*cli)) {
-        lastError_ = platform::say(platform::words::serverNotFound);
-        owner_.serverStateChanged();
-        return;
-    }
+    if (!cli || !Spawn::isExecutableFile(*cli)) return startFailed(platform::say(platform::words::serverNotFound));
     starting_ = true;
     owner_.serverStateChanged();  // "Checking permissions…"
     std::weak_ptr<ServerSupervisor> weak = weak_from_this();
@@ -57,9 +57,7 @@ void ServerSupervisor::permissionsChecked(const std::string& cli, StartPermissio
     starting_ = false;
     switch (answer) {
         case StartPermission::noAnswer:
-            lastError_ = "Velmora Server did not answer the permission check. See Show Log.";
-            owner_.serverStateChanged();
-            return;
+            return startFailed("Velmora Server did not answer the permission check. See Show Log.");
         case StartPermission::missing: {
             owner_.serverStateChanged();
             std::weak_ptr<ServerSupervisor> weak = weak_from_this();
@@ -72,8 +70,23 @@ void ServerSupervisor::permissionsChecked(const std::string& cli, StartPermissio
     }
 }
 
+void ServerSupervisor::startFailed(std::string error) {
+    lastError_ = std::move(error);
+    // Nobody may be at the computer to press "Start Server": a restart Velmora scheduled itself
+    // keeps trying with the back-off. A start the user asked for stops here, with the message.
+    if (automatic_) scheduleRestart(unexpectedEnds_ + 1);
+    owner_.serverStateChanged();
+}
+
 void ServerSupervisor::launchServer(const std::string& cli) {
-    LaunchPlan plan = buildLaunchPlan(processEnvironment(), owner_.settingsForLaunch());
+    const ServerSettings settings = owner_.settingsForLaunch();
+    port_ = settings.port;
+    // Another program on the port would make the server end at once; say what is wrong instead.
+    if (NetInfo::portTaken(port_)) {
+        platform::AppLog::write(portTakenLogLine());
+        return startFailed(NetInfo::portTakenText(port_));
+    }
+    LaunchPlan plan = buildLaunchPlan(processEnvironment(), settings);
     if (ServerCert::removeIfNameless())
         platform::AppLog::write(
             "removed the server certificate without a name; the server makes a new one (clients will ask to trust it once)");
@@ -95,7 +108,8 @@ void ServerSupervisor::launchServer(const std::string& cli) {
         task_ = std::move(process);
         serverStartedAt_ = mainQueue_.now();
     } catch (const Spawn::Failure& failure) {
-        lastError_ = failure.description();
+        if (logFd >= 0) ::close(logFd);
+        return startFailed(failure.description());
     }
     owner_.serverStateChanged();
     if (logFd >= 0) ::close(logFd);  // the child keeps its own copy
@@ -112,22 +126,35 @@ void ServerSupervisor::serverEnded(SpawnedProcess& process) {
         return;
     }
     lastError_ = "Stopped unexpectedly (code " + std::to_string(code) + ")";
+    // An end caused by another program on the port is named as such.
+    if (NetInfo::portTaken(port_)) {
+        platform::AppLog::write(portTakenLogLine());
+        lastError_ = NetInfo::portTakenText(port_);
+    }
     double ran = mainQueue_.now() - serverStartedAt_;
     // A long healthy run resets the streak; this end is the first of a new one.
-    unexpectedEnds_ = ran < 300 ? unexpectedEnds_ + 1 : 1;
+    scheduleRestart(ran < 300 ? unexpectedEnds_ + 1 : 1);
+    owner_.serverStateChanged();
+}
+
+std::string ServerSupervisor::portTakenLogLine() const {
+    return "port " + std::to_string(port_) + " is in use by another program; Velmora Server cannot listen on it";
+}
+
+void ServerSupervisor::scheduleRestart(int inARow) {
+    unexpectedEnds_ = inARow;
     double delay = serverRestartDelay(unexpectedEnds_);
-    platform::AppLog::write("starting Velmora Server again in " + std::to_string(static_cast<long long>(delay)) + " s (" +
-                     std::to_string(unexpectedEnds_) + " unexpected end" + (unexpectedEnds_ == 1 ? "" : "s") +
-                     " in a row)");
+    platform::AppLog::write("starting Velmora Server again in " + std::to_string(static_cast<long long>(delay)) +
+                            " s (" + std::to_string(unexpectedEnds_) + " unexpected end" +
+                            (unexpectedEnds_ == 1 ? "" : "s") + " in a row)");
     if (restartTimer_) restartTimer_->cancel();
     std::weak_ptr<ServerSupervisor> weak = weak_from_this();
     restartTimer_ = mainQueue_.postAfter(delay, [weak] {
         auto self = weak.lock();
         if (!self) return;
         self->restartTimer_.reset();
-        self->startServer();
+        self->start(true);
     });
-    owner_.serverStateChanged();
 }
 
 void ServerSupervisor::stopServer() {

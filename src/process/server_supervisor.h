@@ -9,6 +9,7 @@
 #include "process/spawned_process.h"
 #include "settings/server_settings.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -74,9 +75,14 @@ public:
 
 private:
     ServerSupervisor(MainQueue& mainQueue, SupervisorOwner& owner, double stopGrace);
+    // `automatic`: a restart this supervisor scheduled, which keeps trying when it cannot go ahead.
+    void start(bool automatic);
     void permissionsChecked(const std::string& cli, StartPermission answer);
+    void startFailed(std::string error);
     void launchServer(const std::string& cli);
     void serverEnded(SpawnedProcess& process);
+    void scheduleRestart(int inARow);
+    std::string portTakenLogLine() const;
 
     MainQueue& mainQueue_;
     SupervisorOwner& owner_;
@@ -84,6 +90,8 @@ private:
 
     std::shared_ptr<SpawnedProcess> task_;
     bool starting_ = false;
+    bool automatic_ = false;
+    std::int64_t port_ = 0;  // of the last launch
     double serverStartedAt_ = 0;
     int unexpectedEnds_ = 0;
     TimerHandle restartTimer_;

@@ -1,6 +1,8 @@
 #include "settings/settings_table.h"
 
 #include "core/server_contract.h"
+#include "core/text.h"
+#include "platform/app_log.h"
 #include "settings/keys.h"
 #include "settings/remote_screen.h"
 
@@ -56,7 +58,7 @@ std::vector<Setting> makeTable() {
         {.key = Key::cursor, .type = boolean, .fallback = false, .field = &ServerSettings::cursor, .env = Env::cursor,
          .envRule = EnvRule::value, .control = checkBox, .label = words::cursorTitle, .frame = {180, 382, 320, 20},
          .onX11 = Support::notYet},
-        {.key = Key::auth, .type = boolean, .fallback = true, .field = &ServerSettings::requireLogin,
+        {.key = Key::auth, .type = boolean, .fallback = true, .field = &ServerSettings::requireLogin, .guarded = true,
          .control = checkBox, .label = words::authTitle, .frame = {180, 354, 320, 20}},
         {.key = Key::ctrlCmd, .type = boolean, .fallback = true, .field = &ServerSettings::ctrlAsCmd,
          .env = Env::ctrlAsCmd, .envRule = EnvRule::value, .control = checkBox, .label = words::ctrlTitle,
@@ -91,6 +93,29 @@ std::vector<Setting> makeTable() {
     };
 }
 
+// A stored value as the log shows it: text quoted, numbers and booleans as JSON writes them.
+std::string describe(const DefaultsValue& value) {
+    return std::visit(
+        [](const auto& v) -> std::string {
+            using V = std::decay_t<decltype(v)>;
+            if constexpr (std::is_same_v<V, bool>) return v ? "true" : "false";
+            else if constexpr (std::is_same_v<V, std::int64_t>) return std::to_string(v);
+            else if constexpr (std::is_same_v<V, double>) return text::shortestDecimal(v);
+            else return "\"" + v + "\"";
+        },
+        value);
+}
+
+const char* typeName(SettingType type) {
+    switch (type) {
+        case SettingType::boolean: return "true or false";
+        case SettingType::integer: return "a whole number";
+        case SettingType::real: return "a number";
+        case SettingType::text: return "text";
+    }
+    return "value";
+}
+
 }  // namespace
 
 const std::vector<Setting>& settingsTable() {
@@ -122,6 +147,15 @@ std::string ignoredSettingsLine() {
 DefaultsValue readSetting(const Setting& setting, const platform::DefaultsStore& store) {
     if (std::holds_alternative<RemoteScreen ServerSettings::*>(setting.field))
         return rawValue(remoteScreenFrom(store.string(setting.key), store.string(Key::virtualMode)));
+    if (setting.guarded) {
+        auto stored = store.storedObject(setting.key);
+        if (stored && stored->index() != setting.fallback.index()) {
+            platform::AppLog::write("the setting \"" + std::string(setting.key) + "\" holds " + describe(*stored) +
+                                    " instead of " + typeName(setting.type) + ": using its safe default, " +
+                                    describe(setting.fallback));
+            return setting.fallback;
+        }
+    }
     switch (setting.type) {
         case SettingType::boolean: return store.boolean(setting.key);
         case SettingType::real: return store.real(setting.key);

@@ -72,6 +72,9 @@ struct Setting {
     SettingField field{};
     // Integers outside [min, max] read as the default.
     std::optional<std::pair<std::int64_t, std::int64_t>> range{};
+    // A guard of the user's safety: a stored value of another type reads as the (safe) default,
+    // and the log says so, rather than as whatever the type conversion makes of it.
+    bool guarded = false;
 
     std::string_view env{};
     EnvRule envRule = EnvRule::none;

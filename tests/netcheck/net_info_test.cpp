@@ -161,10 +161,20 @@ TEST(ConnectionTest, OnlyARunningServerIsConnectedToAndThePublicAddressAsked) {
     EXPECT_TRUE(service.requests().empty());
     EXPECT_EQ(stopped.report(true).rfind("The server is not running.", 0), 0u);
 
-    auto result = runConnectionTest(listener.port(), true, {{"en0", "192.168.1.20"}, {"utun2", "10.8.0.2"}});
+    // The listener is this test's own process: the server's, or another program's when the server
+    // is another process.
+    auto result = runConnectionTest(listener.port(), true, {{"en0", "192.168.1.20"}, {"utun2", "10.8.0.2"}},
+                                    {static_cast<int>(::getpid())});
     EXPECT_TRUE(result.listening);
+    EXPECT_FALSE(result.takenByOther);
+    auto taken = runConnectionTest(listener.port(), true, {}, {static_cast<int>(::getppid())});
+    EXPECT_TRUE(taken.takenByOther);
+    EXPECT_EQ(taken.report(true).rfind("Port " + std::to_string(listener.port()) + " is in use by another program. "
+                                       "Quit it, or choose another port in Settings.\n",
+                                       0),
+              0u);
     EXPECT_EQ(result.publicIP, "203.0.113.7");
-    EXPECT_EQ(service.requests().size(), 1u);
+    EXPECT_EQ(service.requests().size(), 2u);
     EXPECT_EQ(result.copyText(), "192.168.1.20:" + std::to_string(listener.port()));
 
     auto silent = runConnectionTest(test::closedLoopbackPort(), true, {});

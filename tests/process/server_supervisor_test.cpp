@@ -6,6 +6,8 @@
 #include "platform/paths.h"
 #include "platform/words.h"
 #include "settings/settings_store.h"
+#include "settings/keys.h"
+#include "support/loopback.h"
 #include "support/temp_home.h"
 #include "support/log_lines.h"
 
@@ -240,4 +242,30 @@ TEST_F(SupervisorTest, ASpawnFailureBecomesTheErrorLine) {
     EXPECT_FALSE(supervisor->task());
     EXPECT_EQ(supervisor->lastError(), "Could not start the server: No such file or directory");
     EXPECT_EQ(logMessages().back().rfind("starting Velmora Server: ", 0), 0u);
+}
+
+TEST_F(SupervisorTest, RestartsItScheduledKeepTryingAndAPortTakenByAnotherProgramIsNamed) {
+    startAndSettle();
+    queue.advance(10);
+    setAnswer("garbage");  // the display hangs: the restarts' checks get no answer
+    crash();
+    for (double delay : {2.0, 4.0, 8.0}) {
+        EXPECT_EQ(queue.secondsToNextTimer(), delay);
+        queue.advanceToNextTimer();
+        ASSERT_TRUE(queue.runUntil([&] { return !supervisor->starting() && supervisor->restartPending(); }, 30));
+        EXPECT_EQ(supervisor->lastError(), "Velmora Server did not answer the permission check. See Show Log.");
+    }
+    setAnswer("screen=1 input=1");
+    queue.advanceToNextTimer();
+    ASSERT_TRUE(queue.runUntil([&] { return supervisor->running(); }, 30));
+
+    // Another program on the port: said plainly; a start the user asked for is not repeated.
+    supervisor->stopServer();
+    test::LoopbackListener other;
+    owner.store.set(Key::port, std::int64_t{other.port()});
+    startAndSettle();
+    const std::string port = std::to_string(other.port());
+    EXPECT_EQ(supervisor->lastError(), "Port " + port + " is in use by another program.");
+    EXPECT_FALSE(supervisor->restartPending());
+    EXPECT_EQ(logMessages().back(), "port " + port + " is in use by another program; Velmora Server cannot listen on it");
 }

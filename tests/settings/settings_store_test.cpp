@@ -3,6 +3,7 @@
 #include "platform/paths.h"
 #include "settings/keys.h"
 #include "settings/settings_store.h"
+#include "support/log_lines.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -44,6 +45,21 @@ TEST_F(Settings, PortsOutsideTheUserRangeReadAsTheRdpPort) {
     }
     store.set(Key::port, std::string("not a number"));
     EXPECT_EQ(read().port, 3389);
+}
+
+TEST_F(Settings, AMistypedLoginRequirementKeepsTheLoginRequiredAndSaysSo) {
+    platform::makeDirectories(platform::logDirectory());
+    using V = platform::DefaultsValue;
+    for (const V& stored : {V(std::string("on")), V(std::string("On")), V(std::string("required")), V(std::int64_t{0}),
+                            V(0.0)}) {
+        store.set(Key::auth, stored);
+        EXPECT_TRUE(read().requireLogin);
+    }
+    EXPECT_EQ(test::logMessages().front(),
+              "the setting \"requireLogin\" holds \"on\" instead of true or false: using its safe default, true");
+    EXPECT_EQ(test::logMessages().size(), 5u);
+    store.set(Key::auth, false);
+    EXPECT_FALSE(read().requireLogin);  // a real false turns the login off
 }
 
 TEST_F(Settings, RemoteScreenFallsBackToTheLegacyKeyOnlyWithoutAValidValue) {
