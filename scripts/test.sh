@@ -12,6 +12,7 @@ echo "== platform isolation and layers"
 scripts/check-platform-isolation.sh
 scripts/check-layers.sh
 scripts/check-macos-syntax.sh
+scripts/check-libcxx.sh
 
 scripts/setup.sh default
 scripts/setup.sh asan

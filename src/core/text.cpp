@@ -2,6 +2,8 @@
 
 #include <charconv>
 #include <cmath>
+#include <locale>
+#include <sstream>
 
 namespace velmora::text {
 
@@ -157,16 +159,37 @@ std::string shortestDecimal(double value) {
 double leadingNumber(std::string_view text) {
     std::size_t at = 0;
     while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) ++at;
-    bool negative = false;
-    if (at < text.size() && (text[at] == '+' || text[at] == '-')) negative = text[at++] == '-';
-    // from_chars would take "inf" and "nan"; those read as no number.
-    if (at >= text.size() || !((text[at] >= '0' && text[at] <= '9') || text[at] == '.')) return 0.0;
+    std::size_t start = at;
+    if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
+    // Only plain decimals: digits, a point, digits, an exponent with digits. The conversion below
+    // would take hexadecimal, "inf" and "nan" on some libraries, and those read as no number.
+    auto digits = [&] {
+        std::size_t first = at;
+        while (at < text.size() && text[at] >= '0' && text[at] <= '9') ++at;
+        return at - first;
+    };
+    std::size_t mantissa = digits();
+    if (at < text.size() && text[at] == '.') {
+        ++at;
+        mantissa += digits();
+    }
+    if (mantissa == 0) return 0.0;
+    std::size_t end = at;
+    if (at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
+        ++at;
+        if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
+        if (digits() > 0) end = at;
+    }
+    // A stream in the classic locale reads the decimal point whatever the C locale says, and it is
+    // in every C++ library: floating-point from_chars is not in Apple's before macOS 26.
+    std::istringstream stream(std::string(text.substr(start, end - start)));
+    stream.imbue(std::locale::classic());
     double value = 0.0;
-    auto [end, error] = std::from_chars(text.data() + at, text.data() + text.size(), value);
-    if (end == text.data() + at) return 0.0;
-    if (error == std::errc::result_out_of_range) return 0.0;
-    if (std::isinf(value) || std::isnan(value)) return 0.0;
-    return negative ? -value : value;
+    stream >> value;
+    // Out of range either way reads as none, subnormals too: the libraries differ in which of
+    // those they call a failure.
+    if (stream.fail() || !std::isnormal(value)) return 0.0;
+    return value;
 }
 
 std::string fileURL(std::string_view path) {

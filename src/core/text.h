@@ -35,8 +35,9 @@ std::string fixedDecimal(double value, int places);
 // The shortest text that reads back as the same double, always with a fraction or exponent
 // ("1.0", "0.75").
 std::string shortestDecimal(double value);
-// The number at the start of `text` after white space and an optional sign (" 12abc" is 12,
-// "-0.5" is -0.5); 0 when there is none, or it is infinite or not a number.
+// The decimal number at the start of `text` after white space and an optional sign (" 12abc" is
+// 12, "-.5e1x" is -5); 0 when there is none (hexadecimal, "inf" and "nan" are none) or it is
+// beyond the normal range of a double.
 double leadingNumber(std::string_view text);
 
 // A file:// URL for an absolute path, everything but unreserved characters and "/" escaped.

@@ -2,12 +2,12 @@
 
 #include "core/text.h"
 #include "nla/md4.h"
+#include "platform/characters.h"
 #include "platform/credential_store.h"
 #include "platform/system_log.h"
 
 #include <cctype>
 #include <openssl/crypto.h>
-#include <unicode/ubrk.h>
 #include <vector>
 
 namespace velmora::NLALogin {
@@ -18,29 +18,6 @@ namespace {
 bool isSpaceLike(char32_t c) {
     return c == U'\t' || c == U' ' || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) || c == 0x202F ||
            c == 0x205F || c == 0x3000;
-}
-
-// User-perceived characters (extended grapheme clusters) by ICU's character break iterator: a
-// Devanagari syllable, a Thai or Hangul cluster, a flag and a joined emoji each count once.
-std::size_t characterCount(const std::u32string& scalars) {
-    std::u16string units;
-    for (char32_t c : scalars) {
-        if (c >= 0x10000) {
-            units.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
-            units.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
-        } else {
-            units.push_back(static_cast<char16_t>(c));
-        }
-    }
-    UErrorCode status = U_ZERO_ERROR;
-    UBreakIterator* breaks = ubrk_open(UBRK_CHARACTER, "", reinterpret_cast<const UChar*>(units.data()),
-                                       static_cast<std::int32_t>(units.size()), &status);
-    if (U_FAILURE(status)) return scalars.size();  // no break data: one scalar, one character
-    std::size_t count = 0;
-    ubrk_first(breaks);
-    while (ubrk_next(breaks) != UBRK_DONE) ++count;
-    ubrk_close(breaks);
-    return count;
 }
 
 bool isHexDigit(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
@@ -100,7 +77,7 @@ std::optional<std::string> entry(const std::string& user, const std::string& has
     while (last > first && isSpaceLike(name[last - 1])) --last;
     name = name.substr(first, last - first);
 
-    std::size_t characters = characterCount(name);
+    std::size_t characters = platform::characterCount(text::utf8(name));
     if (characters == 0 || characters >= 128) return std::nullopt;
     for (char32_t c : name)
         if (c == U':' || c == U'\\' || c == U'@' || c < 0x20) return std::nullopt;

@@ -1,5 +1,6 @@
 #include "platform/work_queue.h"
 
+#include "platform/task_pool.h"
 #include "platform/thread_name.h"
 
 namespace velmora::platform {
@@ -41,8 +42,11 @@ void WorkQueue::workerLoop() {
         queue_.pop_front();
         ++busy_;
         lock.unlock();
-        work();
-        work = nullptr;  // release captures outside the lock
+        // Captures are released outside the lock, and inside the pool with whatever they autorelease.
+        runInPool([&work] {
+            work();
+            work = nullptr;
+        });
         lock.lock();
         --busy_;
         if (queue_.empty() && busy_ == 0) idle_.notify_all();

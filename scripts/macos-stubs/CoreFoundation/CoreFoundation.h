@@ -23,6 +23,7 @@ typedef uint8_t UInt8;
 typedef uint32_t CFStringEncoding;
 typedef int32_t OSStatus;
 typedef CFIndex CFNumberType;
+typedef struct CFRange { CFIndex location; CFIndex length; } CFRange;
 enum { kCFStringEncodingUTF8 = 0x08000100 };
 enum { kCFNumberSInt64Type = 4, kCFNumberDoubleType = 13 };
 extern const CFBooleanRef kCFBooleanTrue;
@@ -40,6 +41,7 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8* bytes, CF
 CFIndex CFStringGetLength(CFStringRef theString);
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
 Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize, CFStringEncoding encoding);
+CFRange CFStringGetRangeOfComposedCharactersAtIndex(CFStringRef theString, CFIndex theIndex);
 void CFRelease(CFTypeRef cf);
 CFTypeRef CFRetain(CFTypeRef cf);
 CFTypeID CFGetTypeID(CFTypeRef cf);
