@@ -6,15 +6,18 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# macOS code stays in src/platform/macos and if(APPLE), Linux code in its folders, and the macOS
-# adapters compile against stand-ins for Apple's headers: checked first, since they need no build.
-echo "== platform isolation and layers"
+# The packages (the checks below need clang-14 and libc++) and the plain build.
+scripts/setup.sh default
+
+# macOS code stays in src/platform/macos and if(APPLE), Linux code in its folders; every #include
+# follows the layers' arrows; the macOS adapters compile against stand-ins for Apple's headers; and
+# the shared code compiles against LLVM's libc++, as Apple's library is one.
+echo "== platform isolation, layers, macOS and libc++ syntax"
 scripts/check-platform-isolation.sh
 scripts/check-layers.sh
 scripts/check-macos-syntax.sh
 scripts/check-libcxx.sh
 
-scripts/setup.sh default
 scripts/setup.sh asan
 
 # Tests write only below temporary homes; keep their scratch space private to this run.

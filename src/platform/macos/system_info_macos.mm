@@ -1,5 +1,5 @@
 // Facts about this Mac. Objective-C++: the process information's version string is an
-// autoreleased object and the reports ask for it on worker threads, which have no pool of their own.
+// autoreleased object; its own pool frees it at once, also when a caller has none (the command line).
 
 #include "platform/system_info.h"
 
