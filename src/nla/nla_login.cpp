@@ -5,6 +5,7 @@
 #include "platform/characters.h"
 #include "platform/credential_store.h"
 #include "platform/system_log.h"
+#include "platform/words.h"
 
 #include <cctype>
 #include <openssl/crypto.h>
@@ -35,7 +36,8 @@ bool keychainStore(const std::string& entryText) {
     int status = platform::updateSecret(service, account, entryText);
     if (status == platform::secretItemNotFound) status = platform::addSecret(service, account, entryText);
     if (status != platform::secretSuccess) {
-        platform::systemLog("[Velmora app] Windows login: Keychain error " + std::to_string(status));
+        platform::systemLog("[Velmora app] Windows login: " + platform::say(platform::words::keyringError) + " " +
+                            std::to_string(status));
         return false;
     }
     return true;
