@@ -39,6 +39,8 @@ struct ShadowHost::State {
     pfnShadowAuthenticate systemLogin = nullptr;  // the X11 subsystem's PAM check for TLS clients
     psPeerAccepted acceptPeer = nullptr;
     std::atomic<int> peers{0};
+    int adaptiveRate = 16;   // the adaptive capture rate, as the library starts it
+    double framesLost = 0;   // frames not captured for a client behind, not yet counted
 
     std::mutex lock;  // guards the originals while clients connect on their own threads
     pSurfaceBits surfaceBits = nullptr;
@@ -355,18 +357,26 @@ void ShadowHost::stop() {
 // The X11 subsystem asks the library, after every captured frame while one client is connected,
 // how many frames a second that client can take, and captures at that rate; the library's answer
 // ramps up to 32 whatever was configured. Defined here, this function takes the library's place
-// (the executable's symbols come first), so that the configured rate holds, lowered only while
-// the client leaves frames unacknowledged and the rate is adaptive.
+// (the executable's symbols come first), so that the configured rate holds. With the adaptive rate
+// it backs off as the library does: down to a share of the rate while the client leaves frames
+// unacknowledged, then up again by two frames a second per frame.
 extern "C" int shadow_encoder_preferred_fps(rdpShadowEncoder* encoder) {
     using velmora::ServerHelper::host;
     if (!host) return 16;
     const int fps = host->options.fps;
+    if (!host->options.adaptiveFps) return fps;
     // The frame just sent is always in flight; two more mean the client fell behind.
-    UINT32 inFlight = encoder ? shadow_encoder_inflight_frames(encoder) : 0;
-    if (!host->options.adaptiveFps || inFlight <= 2) return fps;
-    int lowered = std::max(1, fps / static_cast<int>(inFlight));
-    host->book.stalled(fps / lowered - 1);
-    return lowered;
+    const UINT32 inFlight = encoder ? shadow_encoder_inflight_frames(encoder) : 0;
+    int& rate = host->adaptiveRate;  // only the capture thread calls this
+    rate = inFlight > 2 ? std::max(1, fps / static_cast<int>(inFlight)) : std::min(fps, rate + 2);
+    // The frames the configured rate would have captured until the next capture, less this one.
+    host->framesLost += static_cast<double>(fps - rate) / rate;
+    if (host->framesLost >= 1) {
+        auto whole = static_cast<std::int64_t>(host->framesLost);
+        host->framesLost -= static_cast<double>(whole);
+        host->book.stalled(whole);
+    }
+    return rate;
 }
 
 // The pointer drawn into the video, around the X11 subsystem's capture (see cursor_overlay.h): the
