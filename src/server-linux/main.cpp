@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
     Ending ending;
     {
         std::optional<StopWatchdog> watchdog;  // outlives the host, whose end it watches
-        ShadowHost host(options, std::move(login), book);
+        ShadowHost host(options, login, book);
         if (!host.start()) return 255;
         ending = waitForEnding(options.watchParent, parent, host.endedDescriptor(), stats.get());
         watchdog.emplace(ending);

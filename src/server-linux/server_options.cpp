@@ -64,17 +64,18 @@ std::string causeLine(std::string_view cause, const std::string& display) {
 std::optional<Login> parseLoginEntry(const std::string& entry) {
     auto colon = entry.rfind(':');
     if (colon == std::string::npos || colon == 0 || entry.size() - colon - 1 != 32) return std::nullopt;
-    Login login;
-    login.user = entry.substr(0, colon);
+    // Built in place and returned as it is: no copy of the hash is left behind on the stack.
+    std::optional<Login> login(std::in_place);
+    login->user = entry.substr(0, colon);
     for (std::size_t i = 0; i < 16; ++i) {
         int high = hexValue(entry[colon + 1 + 2 * i]);
         int low = hexValue(entry[colon + 2 + 2 * i]);
         if (high < 0 || low < 0) return std::nullopt;
-        login.ntHash[i] = static_cast<unsigned char>(high * 16 + low);
+        login->ntHash[i] = static_cast<unsigned char>(high * 16 + low);
     }
     // A name no client can type is a malformed entry, not a login.
     bool onlySpaces = true;
-    for (char c : login.user) {
+    for (char c : login->user) {
         if (static_cast<unsigned char>(c) < 0x20 || c == ':' || c == 0x7f) return std::nullopt;
         if (c != ' ') onlySpaces = false;
     }

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <mutex>
 #include <sys/mman.h>
@@ -24,8 +25,8 @@ namespace velmora::ServerHelper {
 // The callbacks below are installed in place of the library's own (whose originals, the same for
 // every client, are kept here) and report to the book before or after calling them.
 struct ShadowHost::State {
-    State(const ServerOptions& options, std::optional<Login> login, ClientBook& book)
-        : options(options), login(std::move(login)), book(book) {}
+    State(const ServerOptions& options, const std::optional<Login>& login, ClientBook& book)
+        : options(options), login(login), book(book) {}
 
     ServerOptions options;
     std::optional<Login> login;
@@ -272,9 +273,10 @@ void clientRemoved(void* object) {
 
 }  // namespace
 
-ShadowHost::ShadowHost(const ServerOptions& options, std::optional<Login> login, ClientBook& book)
-    : state_(new State(options, std::move(login), book)) {
+ShadowHost::ShadowHost(const ServerOptions& options, std::optional<Login>& login, ClientBook& book)
+    : state_(new State(options, login, book)) {
     host = state_;
+    if (login) ::explicit_bzero(login->ntHash.data(), login->ntHash.size());
     if (state_->login) {
         // Kept out of swap, like any secret this process holds for long.
         ::mlock(state_->login->ntHash.data(), state_->login->ntHash.size());

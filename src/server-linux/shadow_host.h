@@ -13,8 +13,9 @@ namespace velmora::ServerHelper {
 
 class ShadowHost {
 public:
-    // `login` is the Windows login for NLA; without it NLA stays off.
-    ShadowHost(const ServerOptions& options, std::optional<Login> login, ClientBook& book);
+    // `login` is the Windows login for NLA (without it NLA stays off); the host takes it and
+    // zeroes the caller's copy of the hash.
+    ShadowHost(const ServerOptions& options, std::optional<Login>& login, ClientBook& book);
     ~ShadowHost();
     ShadowHost(const ShadowHost&) = delete;
     ShadowHost& operator=(const ShadowHost&) = delete;
