@@ -154,8 +154,8 @@ void VelmoraFirstFrame(benchmark::State& state) { firstFrame(state, Server::velm
 BENCHMARK(StockCpu)->Arg(30)->Arg(5)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(VelmoraCpu)->Arg(30)->Arg(5)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(VelmoraAvc420Cpu)->Arg(30)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(StockFirstFrame)->Iterations(5)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(VelmoraFirstFrame)->Iterations(5)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(StockFirstFrame)->Iterations(8)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(VelmoraFirstFrame)->Iterations(8)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
     if (!missingE2ePrerequisite().empty()) {
