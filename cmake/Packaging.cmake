@@ -46,8 +46,11 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# What dpkg-shlibdeps cannot see: programs Velmora runs and Qt plugins it loads at run time.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "freerdp2-shadow-x11, lsof, libqt6svg6, qt6-qpa-plugins")
+# What dpkg-shlibdeps cannot see: programs Velmora runs and Qt plugins it loads at run time. It
+# sees velmora-server's FreeRDP libraries (the shadow server and Debian's X11 subsystem) but asks
+# for any 2.x; the server relies on what 2.11 does.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+  "libfreerdp-shadow2-2 (>= 2.11), libfreerdp-shadow-subsystem2-2 (>= 2.11), lsof, libqt6svg6, qt6-qpa-plugins")
 # Any Secret Service keeps the Windows login; GNOME's is the common one.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnome-keyring")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -1,15 +1,23 @@
-// velmora-server: Velmora's server on Linux. Answers the permission probe itself and otherwise runs
-// Debian's freerdp-shadow-cli with the arguments and login it understands.
+// velmora-server: Velmora's server on Linux. Answers the permission probe, or runs FreeRDP's shadow
+// server in this process with the settings of Velmora's launch plan.
 
 #include "core/environment.h"
+#include "core/server_contract.h"
 #include "core/text.h"
+#include "server-linux/client_book.h"
 #include "server-linux/display_probe.h"
-#include "server-linux/sam_file.h"
-#include "server-linux/server_translation.h"
-#include "server-linux/shadow_runner.h"
+#include "server-linux/helper_log.h"
+#include "server-linux/helper_loop.h"
+#include "server-linux/secret_environment.h"
+#include "server-linux/server_options.h"
+#include "server-linux/shadow_host.h"
+#include "server-linux/stats_file.h"
 
+#include <condition_variable>
 #include <cstdio>
-#include <optional>
+#include <memory>
+#include <mutex>
+#include <thread>
 #include <unistd.h>
 
 using namespace velmora;
@@ -17,59 +25,93 @@ using namespace velmora::ServerHelper;
 
 namespace {
 
-std::string valueOf(const Environment& environment, const char* name) {
-    auto found = environment.find(name);
-    return found == environment.end() ? std::string() : found->second;
+// How long clients get to be told goodbye before the process ends regardless.
+constexpr auto stopGrace = std::chrono::seconds(5);
+// The statistics file is rewritten at most this often while the counters move.
+constexpr auto statsInterval = std::chrono::seconds(15);
+
+std::optional<Login> loginFor(const ServerOptions& options, std::optional<std::string>& entry) {
+    if (!options.nla) return std::nullopt;
+    if (!entry) {
+        logLine("NLA asked for without a Windows login; NLA stays off");
+        return std::nullopt;
+    }
+    auto login = parseLoginEntry(*entry);
+    if (!login) logLine("the Windows login is malformed; NLA stays off");
+    return login;
 }
+
+// Ends the process if stopping the server hangs (a client thread that never lets go).
+class StopWatchdog {
+public:
+    explicit StopWatchdog(Ending ending)
+        : thread_([this, ending] {
+              std::unique_lock lock(mutex_);
+              if (!done_.wait_for(lock, stopGrace, [this] { return finished_; })) {
+                  logLine("the server did not stop in time; ending it");
+                  endProcess(ending);
+              }
+          }) {}
+    ~StopWatchdog() {
+        {
+            std::lock_guard lock(mutex_);
+            finished_ = true;
+        }
+        done_.notify_one();
+        thread_.join();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable done_;
+    bool finished_ = false;
+    std::thread thread_;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const pid_t parent = ::getppid();
+    // First of all, before anything could copy it: the login leaves the environment.
+    std::optional<std::string> loginEntry = takeSecretVariable(std::string(Contract::Env::nlaLogin).c_str());
     const Environment environment = processEnvironment();
 
     // The probe keeps every signal at its default, so that a stuck display connection still ends
     // when asked to.
     if (probeMode(environment)) {
-        DisplayAccess access = probeDisplay(valueOf(environment, "DISPLAY"));
+        auto display = environment.find("DISPLAY");
+        std::string name = display == environment.end() ? "" : display->second;
+        DisplayAccess access = probeDisplay(name, waylandSession(environment));
+        std::fputs(causeLine(access.cause, name).c_str(), stdout);
         std::fputs(probeLine(access.screen, access.input).c_str(), stdout);
         return 0;
     }
     blockHelperSignals();
+    // FreeRDP logs to standard output, which shares Velmora's log with the lines on standard error:
+    // whole lines only, or they interleave mid-line.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
-    std::vector<std::string> arguments(argv + 1, argv + argc);
-    std::optional<SamFile> sam;
-    if (asksForNla(arguments)) {
-        auto entry = environment.find("MAC_SHADOW_NLA");
-        auto login = entry == environment.end() ? std::nullopt : parseLoginEntry(entry->second);
-        if (entry == environment.end())
-            std::fputs("velmora-server: NLA asked for without a Windows login; NLA stays off\n", stderr);
-        else if (!login)
-            std::fputs("velmora-server: the Windows login is malformed; NLA stays off\n", stderr);
-        else if (!nlaCanMatch(login->user))
-            std::fputs("velmora-server: FreeRDP 2 cannot match a Windows login name with letters beyond "
-                       "ASCII over NLA; clients will be refused\n", stderr);
-        if (login && !sam.emplace(*login).valid())
-            std::fputs("velmora-server: could not hold the login in memory; NLA stays off\n", stderr);
+    const ServerOptions options = parseOptions(std::vector<std::string>(argv + 1, argv + argc), environment);
+    if (!options.ignored.empty()) logLine("left out, not known to this server: " + text::join(options.ignored, " "));
+    std::optional<Login> login = loginFor(options, loginEntry);
+    if (loginEntry) wipe(*loginEntry);
+
+    std::unique_ptr<StatsFile> stats;
+    ClientBook book(options.maxConnections, logLine, [&stats] {
+        if (stats) stats->changed();
+    });
+    if (options.statsFile)
+        stats = std::make_unique<StatsFile>(*options.statsFile, [&book] { return book.snapshot(); }, statsInterval);
+
+    Ending ending;
+    {
+        std::optional<StopWatchdog> watchdog;  // outlives the host, whose end it watches
+        ShadowHost host(options, login, book);
+        if (!host.start()) return 255;
+        ending = waitForEnding(options.watchParent, parent, host.endedDescriptor(), stats.get());
+        watchdog.emplace(ending);
+        host.stop();
     }
-    std::optional<std::string> samPath;
-    if (sam && sam->valid()) samPath = samServerPath;
-    ShadowArguments translated = shadowArguments(arguments, samPath);
-    if (!translated.dropped.empty())
-        std::fprintf(stderr, "velmora-server: left out, not known to freerdp-shadow-cli: %s\n",
-                     text::join(translated.dropped, " ").c_str());
-
-    RunRequest request;
-    // A development and test override, like KORVEN_CLI on the application's side.
-    std::string override = valueOf(environment, "VELMORA_SHADOW_SERVER");
-    request.executable = override.empty() ? shadowServerPath : override;
-    request.arguments = translated.arguments;
-    request.environment = shadowEnvironment(environment);
-    request.watchParent = watchesParent(environment);
-    request.parent = parent;
-    if (samPath) request.passOn = sam->descriptor();
-    std::fflush(stderr);
-    int code = runShadowServer(request);
-    sam.reset();
-    return code;
+    if (stats) stats->writeNow();
+    endProcess(ending);
 }

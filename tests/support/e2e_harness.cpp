@@ -202,4 +202,12 @@ int rdpClient(const std::string& display, int port, const std::string& user, con
     return runCommand(argv, {{"DISPLAY", display}}).exitCode;
 }
 
+std::vector<std::string> rdpSessionArguments(int port, const std::string& user, const std::string& password,
+                                             const std::vector<std::string>& extra) {
+    std::vector<std::string> argv{"/usr/bin/xfreerdp", "/v:127.0.0.1:" + std::to_string(port), "/u:" + user,
+                                  "/p:" + password, "/cert:ignore", "/sec:tls"};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    return argv;
+}
+
 }  // namespace velmora::test

@@ -73,4 +73,9 @@ std::string commandLineOf(pid_t pid);
 int rdpClient(const std::string& display, int port, const std::string& user, const std::string& password,
               const std::string& security = "nla", bool authOnly = true);
 
+// The xfreerdp command line of a whole TLS session against 127.0.0.1:port (certificate ignored),
+// for a client kept in the background with DISPLAY set; `extra` options are appended.
+std::vector<std::string> rdpSessionArguments(int port, const std::string& user, const std::string& password,
+                                             const std::vector<std::string>& extra = {});
+
 }  // namespace velmora::test
