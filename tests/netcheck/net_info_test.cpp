@@ -2,19 +2,20 @@
 #include "netcheck/http.h"
 #include "netcheck/net_info.h"
 
-#include "platform/words.h"
 #include "netcheck/service_url.h"
 #include "platform/command_output.h"
+#include "platform/system_info.h"
+#include "platform/words.h"
 #include "support/http_server.h"
 #include "support/loopback.h"
 #include "support/scoped_env.h"
 #include "support/temp_home.h"
-#include "platform/system_info.h"
+
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
-#include <gtest/gtest.h>
 
 namespace velmora {
 namespace {
@@ -57,12 +58,19 @@ TEST(NetInfo, PrivateAndLinkLocalAddresses) {
     EXPECT_FALSE(NetInfo::isLinkLocal("10.169.254.1"));
 }
 
-TEST(NetInfo, CanConnectOnlyToAListeningIPv4Literal) {
+TEST(NetInfo, CanConnectOnlyToAListeningIPv4LiteralAndConnectedClientsSeesRealConnections) {
     test::LoopbackListener listener;
     EXPECT_TRUE(NetInfo::canConnect("127.0.0.1", listener.port()));
     EXPECT_FALSE(NetInfo::canConnect("localhost", listener.port()));  // no name look-up
     EXPECT_FALSE(NetInfo::canConnect("127.0.0.1", test::closedLoopbackPort()));
     EXPECT_FALSE(NetInfo::canConnect("127.0.0.1", 70000));
+    // Both ends are this process's sockets; only the server's end has the local port. (A listener of
+    // its own: the one above still holds the connect tests' connections, unaccepted.)
+    test::LoopbackListener clients;
+    EXPECT_EQ(NetInfo::connectedClients(clients.port()), 0);
+    clients.connectClient();
+    clients.connectClient();
+    EXPECT_EQ(NetInfo::connectedClients(clients.port()), 2);
 }
 
 TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
@@ -87,27 +95,16 @@ TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
 }
 
 TEST(CommandOutput, CollectsStandardOutputOnlyAndPassesNoOtherDescriptors) {
-    EXPECT_EQ(platform::commandOutput("/bin/echo", {"-n", "a b", "c"}), "a b c");
-    EXPECT_EQ(platform::commandOutput("/bin/sh", {"-c", "echo out; echo err >&2; exit 3"}), "out\n");
-    EXPECT_EQ(platform::commandOutput("/bin/sh", {"-c", "read line; echo \"[$line]\""}), "[]\n");  // stdin is empty
     EXPECT_FALSE(platform::commandOutput("/nonexistent/lsof", {}).has_value());
-
-    // A descriptor this process left inheritable does not reach the child.
+    // Standard output only, also of a failing command; standard input is empty; a descriptor this
+    // process left inheritable does not reach the child.
     int leaked = ::open("/dev/null", O_RDONLY);
-    ASSERT_GE(leaked, 3);
-    auto seen = platform::commandOutput("/bin/sh", {"-c", "[ -e /proc/self/fd/" + std::to_string(leaked) + " ] && echo open || echo closed"});
+    auto seen = platform::commandOutput("/bin/sh", {"-c",
+                                                    "read line; echo \"[$line]\" \"$1\"; echo err >&2; [ -e /proc/$$/fd/" +
+                                                        std::to_string(leaked) + " ] && echo leaked; exit 3",
+                                                    "sh", "a b"});
     ::close(leaked);
-    EXPECT_EQ(seen, "closed\n");
-}
-
-TEST(NetInfo, ConnectedClientsSeesRealLoopbackConnections) {
-    test::LoopbackListener listener;
-    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 0);
-    listener.connectClient();
-    // Both ends are this process's sockets; only the server's end has the local port.
-    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 1);
-    listener.connectClient();
-    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 2);
+    EXPECT_EQ(seen, "[] a b\n");
 }
 
 TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatus) {
@@ -119,13 +116,8 @@ TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatus) {
     EXPECT_EQ(NetInfo::publicIP(), "198.51.100.2");
     service.answer(200, "{\"ip\":\"203.0.113.7\"}");
     EXPECT_FALSE(NetInfo::publicIP().has_value());
-    ASSERT_EQ(service.requests().size(), 3u);
-    EXPECT_EQ(service.requests()[0].method, "GET");
-    EXPECT_EQ(service.requests()[0].path, "/v1/ip");
-
+    EXPECT_EQ(service.requests().at(0).method + " " + service.requests().at(0).path, "GET /v1/ip");
     test::ScopedEnv nobody("VELMORA_SERVICE_URL", "http://127.0.0.1:" + std::to_string(test::closedLoopbackPort()));
-    EXPECT_FALSE(NetInfo::publicIP().has_value());
-    test::ScopedEnv invalid("VELMORA_SERVICE_URL", "not a url");
     EXPECT_FALSE(NetInfo::publicIP().has_value());
     // Without (or with an empty) setting, the built-in service is asked.
     test::ScopedEnv empty("VELMORA_SERVICE_URL", "");
@@ -139,28 +131,20 @@ TEST(Http, RedirectsOnlyToHttpsAndBodiesAreCapped) {
     // A redirect to plain HTTP is not followed: the request fails rather than leave TLS.
     service.answer(302, "", service.baseURL() + "/elsewhere");
     EXPECT_FALSE(Http::perform(request));
-    ASSERT_EQ(service.requests().size(), 1u);
-
+    EXPECT_EQ(service.requests().size(), 1u);
     service.answer(200, std::string(64, 'x'));
     request.maxBodyBytes = 64;
-    auto fits = Http::perform(request);
-    ASSERT_TRUE(fits);
-    EXPECT_EQ(fits->body.size(), 64u);
+    EXPECT_EQ(Http::perform(request).value().body.size(), 64u);
     request.maxBodyBytes = 63;
     EXPECT_FALSE(Http::perform(request));
 }
 
-TEST(ConnectionTest, OnlyARunningServerIsConnectedToAndThePublicAddressAsked) {
+// A stopped server is not tested at all: see the application's and the command's tests.
+TEST(ConnectionTest, ARunningServersPortIsTriedAndAListenerOfAnotherProgramNamed) {
     test::HttpServer service;
     test::ScopedEnv url("VELMORA_SERVICE_URL", service.baseURL());
     service.answer(200, "203.0.113.7\n");
     test::LoopbackListener listener;
-    auto stopped = runConnectionTest(listener.port(), false, {{"en0", "192.168.1.20"}});
-    EXPECT_FALSE(stopped.listening);
-    EXPECT_FALSE(stopped.publicIP.has_value());
-    EXPECT_TRUE(service.requests().empty());
-    EXPECT_EQ(stopped.report(true).rfind("The server is not running.", 0), 0u);
-
     // The listener is this test's own process: the server's, or another program's when the server
     // is another process.
     auto result = runConnectionTest(listener.port(), true, {{"en0", "192.168.1.20"}, {"utun2", "10.8.0.2"}},
@@ -174,12 +158,7 @@ TEST(ConnectionTest, OnlyARunningServerIsConnectedToAndThePublicAddressAsked) {
                                        0),
               0u);
     EXPECT_EQ(result.publicIP, "203.0.113.7");
-    EXPECT_EQ(service.requests().size(), 2u);
     EXPECT_EQ(result.copyText(), "192.168.1.20:" + std::to_string(listener.port()));
-
-    auto silent = runConnectionTest(test::closedLoopbackPort(), true, {});
-    EXPECT_FALSE(silent.listening);
-    EXPECT_EQ(silent.copyText(), "");
 }
 
 TEST(ConnectionReport, TextsForEveryCase) {
@@ -190,11 +169,6 @@ TEST(ConnectionReport, TextsForEveryCase) {
     const std::string turnOn =
         "\nTurn on \"Open Velmora at Login\" in the menu, or it will not start after a restart at all.";
     const std::string firewall = say(words::checkFirewall) + "\n\n";
-    EXPECT_EQ(NetInfo::afterRestartNote(true), note);
-    EXPECT_EQ(NetInfo::afterRestartNote(false), note + turnOn);
-
-    EXPECT_EQ(NetInfo::report(3389, false, {{"en0", "192.168.1.20"}}, true, "203.0.113.7", false),
-              "The server is not running. Choose Start Server in the menu, then test again.\n\n" + note + turnOn);
 
     EXPECT_EQ(NetInfo::report(3389, true, {{"en0", "192.168.1.20"}, {"en1", "203.0.113.9"}}, true, "203.0.113.7", true),
               "The server is listening on port 3389" + say(words::onThisMac) + "\n"
