@@ -44,7 +44,7 @@ const std::string begin = "-----BEGIN CERTIFICATE-----", end = "-----END CERTIFI
 
 }  // namespace
 
-TEST(ServerCert, DerDecodesTheFirstBlockWhateverTheWrappingAndRejectsBadBase64) {
+TEST(ServerCert, DerDecodesTheFirstBlockWhateverTheWrappingAndRejectsAnythingButStrictBase64) {
     const std::string pem = makeCertificate({{"CN", "shadow"}});
     auto reference = ServerCert::der(pem);
     ASSERT_TRUE(reference);
@@ -64,9 +64,7 @@ TEST(ServerCert, DerDecodesTheFirstBlockWhateverTheWrappingAndRejectsBadBase64) 
     for (const std::string& bad : {std::string("no markers"), begin + "\n" + body + "\n", end + "\n" + begin + "\n" + body,
                                    begin + body.substr(0, 5) + "*" + body.substr(6) + end, begin + body.substr(1) + end})
         EXPECT_FALSE(ServerCert::der(bad)) << bad;
-}
 
-TEST(ServerCert, StrictBase64) {
     using Bytes = std::vector<unsigned char>;
     EXPECT_EQ(ServerCert::decodeBase64("TWE="), (Bytes{'M', 'a'}));
     EXPECT_EQ(ServerCert::decodeBase64("+/+/"), (Bytes{0xfb, 0xff, 0xbf}));
@@ -74,17 +72,15 @@ TEST(ServerCert, StrictBase64) {
     for (const char* bad : {"TQ", "TQ===", "T===", "TQ==TWFu", "TW-u"}) EXPECT_FALSE(ServerCert::decodeBase64(bad)) << bad;
 }
 
-TEST(ServerCert, SubjectNameIsTheFirstNonEmptyNamingField) {
+TEST(ServerCert, TheSubjectNameIsTheFirstNonEmptyNamingFieldAndOnlyANamelessCertificateIsRemoved) {
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"O", "Org"}, {"CN", "host.example"}})), "host.example");
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"C", "DE"}, {"OU", "Unit"}, {"O", "Org"}})), "Org");
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"CN", ""}, {"OU", "Unit"}})), "Unit");
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"CN", "Zoë"}})), "Zoë");
     EXPECT_FALSE(ServerCert::subjectName(makeCertificate({{"C", "DE"}})));
-}
 
-TEST(ServerCert, RemoveIfNamelessJudgesOnlyDecodableBlocks) {
     TempHome home;
-    // Where freerdp-shadow-cli keeps them.
+    // Where freerdp-shadow-cli keeps them; only decodable blocks are judged.
     const std::string cert = home.configHome() + "/freerdp/shadow/shadow.crt";
     const std::string key = home.configHome() + "/freerdp/shadow/shadow.key";
     EXPECT_FALSE(ServerCert::removeIfNameless());  // no file at all

@@ -31,7 +31,7 @@ std::size_t entriesIn(const char* folder) {
 
 }  // namespace
 
-TEST(Spawn, ExitCodesTellExitStatusFromSignalsAndWaitIsALatch) {
+TEST(Spawn, ExitCodesTellExitStatusFromSignalsWaitIsALatchAndTerminateEscalatesOnlyWhenIgnored) {
     auto three = shell("exit 3");
     auto child = shell("exec sleep 100");
     ASSERT_TRUE(three->wait(10));
@@ -54,9 +54,8 @@ TEST(Spawn, ExitCodesTellExitStatusFromSignalsAndWaitIsALatch) {
     } catch (const Spawn::Failure& failure) {
         EXPECT_EQ(failure.description(), "Could not start the server: No such file or directory");
     }
-}
 
-TEST(Spawn, TerminateEscalatesToKillOnlyForAChildThatIgnoresTerm) {
+    // Terminating escalates to SIGKILL only for a child that ignores SIGTERM.
     int ready[2];
     ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
     auto stubborn = shell("trap '' TERM; echo ready; exec sleep 100", ready[1]);
