@@ -95,9 +95,7 @@ TEST_F(PermissionsControllerTest, ContinuesByItselfOnlyWhenAskedToAndOnlyWhileTh
     controller->show(true, true, onReady);
     ASSERT_TRUE(window);
     EXPECT_TRUE(window->visible);
-    EXPECT_EQ(window->model.screenStatus, unknown);
     EXPECT_EQ(window->model.summary, (PermissionsLine{"Checking with Velmora Server\u2026", PermColour::label}));
-    EXPECT_FALSE(window->model.startButtonEnabled);
     settle();
     EXPECT_EQ(ready, 1);
     EXPECT_FALSE(window->visible);
@@ -141,12 +139,26 @@ TEST_F(PermissionsControllerTest, ContinuesByItselfOnlyWhenAskedToAndOnlyWhileTh
     EXPECT_TRUE(opened.empty());
 }
 
-TEST_F(PermissionsControllerTest, OnAMacLeadsFromScreenRecordingToAccessibilityOncePerShowingAndRepairsOneAtATime) {
-    answer("screen=0 input=0");
+TEST_F(PermissionsControllerTest, OnAMacRepairsOneAtATimeAndLeadsFromScreenRecordingToAccessibilityOncePerShowing) {
+    // A server that does not answer: dots and a red summary; "Repair Again" asks first, and an
+    // unanswered question goes no further.
+    answer("screen=maybe input=1");
     controller->show(false, true, onReady);
     settle();
-    // The check found both missing: the repair requested them, then opened the first list.
-    EXPECT_EQ(probes(), "cr");
+    PermissionsModel expected{unknown, unknown, true, true, false, true, true,
+                              {"Velmora Server could not be asked (is it missing from the app?).  Reinstall Velmora.",
+                               PermColour::red}};
+    EXPECT_EQ(window->model, expected);
+    controller->repairAgain();
+    settle();
+    EXPECT_EQ(probes(), "cc");
+    EXPECT_FALSE(controller->busy());
+
+    // Both missing: the repair requests them, then opens the first list.
+    answer("screen=0 input=0");
+    controller->repairAgain();
+    settle();
+    EXPECT_EQ(probes(), "cccr");
     EXPECT_EQ(opened, std::vector<std::string>{screenURL});
     EXPECT_EQ(window->model.screenStatus, (PermissionsLine{"\u2717 Not allowed yet", PermColour::red}));
     EXPECT_EQ(window->model.summary.text,
@@ -177,7 +189,7 @@ TEST_F(PermissionsControllerTest, OnAMacLeadsFromScreenRecordingToAccessibilityO
     queue.advance(3 * PermissionsController::pollSeconds);
     ::unlink((home.path() + "/hold").c_str());
     settle();
-    EXPECT_EQ(probes(), "crccccr");
+    EXPECT_EQ(probes(), "cccrccccr");
     EXPECT_EQ(opened, (std::vector<std::string>{screenURL, inputURL, inputURL}));
     EXPECT_EQ(window->model.summary.text,
               "macOS forgot the permissions after Velmora was updated.  Switch on \"Velmora Server\" under "
@@ -185,20 +197,5 @@ TEST_F(PermissionsControllerTest, OnAMacLeadsFromScreenRecordingToAccessibilityO
     EXPECT_TRUE(window->model.repairButtonEnabled);
     controller->repairAgain();
     settle();
-    EXPECT_EQ(probes(), "crccccrr");
-}
-
-TEST_F(PermissionsControllerTest, AServerThatDoesNotAnswerShowsDotsAndARedSummary) {
-    answer("screen=maybe input=1");
-    controller->show(false, true, onReady);
-    settle();
-    PermissionsModel expected{unknown, unknown, true, true, false, true, true,
-                              {"Velmora Server could not be asked (is it missing from the app?).  Reinstall Velmora.",
-                               PermColour::red}};
-    EXPECT_EQ(window->model, expected);
-    // No status to repair: "Repair Again" asks first, and an unanswered question goes no further.
-    controller->repairAgain();
-    settle();
-    EXPECT_EQ(probes(), "cc");
-    EXPECT_FALSE(controller->busy());
+    EXPECT_EQ(probes(), "cccrccccrr");
 }
