@@ -8,13 +8,8 @@
 #include "support/temp_home.h"
 
 #include <QCoreApplication>
-#include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusObjectPath>
-#include <QDBusVariant>
-#include <QDBusVirtualObject>
 #include <QThread>
+#include <QtDBus>
 
 #include <gtest/gtest.h>
 
