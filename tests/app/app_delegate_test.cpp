@@ -8,7 +8,6 @@
 #include "platform/paths.h"
 #include "platform/words.h"
 #include "support/http_server.h"
-#include "support/log_lines.h"
 #include "support/loopback.h"
 #include "support/scoped_env.h"
 #include "support/temp_home.h"
