@@ -185,14 +185,13 @@ TEST(UsageShutdown, AQuitWithWorkInFlightTouchesNothingGone) {
     std::shared_future<void> released = release.get_future().share();
     std::atomic<bool> counting{false};
 
-    UsageService::Options options;
-    options.countClients = [released, &counting](std::int64_t) {
+    auto lsof = [released, &counting](std::int64_t) {
         counting = true;
-        released.wait();  // lsof still running when the application quits
+        released.wait();  // still running when the application quits
         return 1;
     };
     auto ping = UsagePing::create(*queue, "machine-id", "3.1");
-    auto usage = UsageService::create(*queue, store, ping, options);
+    auto usage = UsageService::create(*queue, store, ping, {.countClients = lsof, .statsPath = {}, .serverBase = {}});
     usage->usageTick(true);
     ping->send(true, service.baseURL(), std::nullopt);
     std::shared_ptr<MainQueueLink> link = queue->link();
