@@ -2,19 +2,20 @@
 #include "netcheck/http.h"
 #include "netcheck/net_info.h"
 
-#include "platform/words.h"
 #include "netcheck/service_url.h"
 #include "platform/command_output.h"
+#include "platform/system_info.h"
+#include "platform/words.h"
 #include "support/http_server.h"
 #include "support/loopback.h"
 #include "support/scoped_env.h"
 #include "support/temp_home.h"
-#include "platform/system_info.h"
+
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
-#include <gtest/gtest.h>
 
 namespace velmora {
 namespace {
@@ -40,7 +41,6 @@ TEST(NetInfo, UsableDropsLoopbackLinkLocalAndMalformedThenPutsPhysicalInterfaces
         {"br-1a2b", "172.18.0.1"}, {"docker0", "172.17.0.1"}, {"tun0", "10.8.0.2"},   {"virbr0", "192.168.122.1"},
     };
     EXPECT_EQ(NetInfo::usable(listed, physical), expected);
-    EXPECT_TRUE(NetInfo::usable({{"lo", "127.0.0.1"}, {"eth0", "169.254.10.1"}}, physical).empty());
     // Never IPv6 or loopback from the system itself.
     for (const auto& address : NetInfo::localAddresses()) {
         EXPECT_NE(address.ip.rfind("127.", 0), 0u) << address.ip;
@@ -57,12 +57,19 @@ TEST(NetInfo, PrivateAndLinkLocalAddresses) {
     EXPECT_FALSE(NetInfo::isLinkLocal("10.169.254.1"));
 }
 
-TEST(NetInfo, CanConnectOnlyToAListeningIPv4Literal) {
+TEST(NetInfo, CanConnectOnlyToAListeningIPv4LiteralAndConnectedClientsSeesRealConnections) {
     test::LoopbackListener listener;
     EXPECT_TRUE(NetInfo::canConnect("127.0.0.1", listener.port()));
     EXPECT_FALSE(NetInfo::canConnect("localhost", listener.port()));  // no name look-up
     EXPECT_FALSE(NetInfo::canConnect("127.0.0.1", test::closedLoopbackPort()));
     EXPECT_FALSE(NetInfo::canConnect("127.0.0.1", 70000));
+    // Both ends are this process's sockets; only the server's end has the local port. (A listener of
+    // its own: the one above still holds the connect tests' connections, unaccepted.)
+    test::LoopbackListener clients;
+    EXPECT_EQ(NetInfo::connectedClients(clients.port()), 0);
+    clients.connectClient();
+    clients.connectClient();
+    EXPECT_EQ(NetInfo::connectedClients(clients.port()), 2);
 }
 
 TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
@@ -87,30 +94,19 @@ TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
 }
 
 TEST(CommandOutput, CollectsStandardOutputOnlyAndPassesNoOtherDescriptors) {
-    EXPECT_EQ(platform::commandOutput("/bin/echo", {"-n", "a b", "c"}), "a b c");
-    EXPECT_EQ(platform::commandOutput("/bin/sh", {"-c", "echo out; echo err >&2; exit 3"}), "out\n");
-    EXPECT_EQ(platform::commandOutput("/bin/sh", {"-c", "read line; echo \"[$line]\""}), "[]\n");  // stdin is empty
     EXPECT_FALSE(platform::commandOutput("/nonexistent/lsof", {}).has_value());
-
-    // A descriptor this process left inheritable does not reach the child.
+    // Standard output only, also of a failing command; standard input is empty; a descriptor this
+    // process left inheritable does not reach the child.
     int leaked = ::open("/dev/null", O_RDONLY);
-    ASSERT_GE(leaked, 3);
-    auto seen = platform::commandOutput("/bin/sh", {"-c", "[ -e /proc/self/fd/" + std::to_string(leaked) + " ] && echo open || echo closed"});
+    auto seen = platform::commandOutput("/bin/sh", {"-c",
+                                                    "read line; echo \"[$line]\" \"$1\"; echo err >&2; [ -e /proc/$$/fd/" +
+                                                        std::to_string(leaked) + " ] && echo leaked; exit 3",
+                                                    "sh", "a b"});
     ::close(leaked);
-    EXPECT_EQ(seen, "closed\n");
+    EXPECT_EQ(seen, "[] a b\n");
 }
 
-TEST(NetInfo, ConnectedClientsSeesRealLoopbackConnections) {
-    test::LoopbackListener listener;
-    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 0);
-    listener.connectClient();
-    // Both ends are this process's sockets; only the server's end has the local port.
-    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 1);
-    listener.connectClient();
-    EXPECT_EQ(NetInfo::connectedClients(listener.port()), 2);
-}
-
-TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatus) {
+TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatusOverHttpThatNeverLeavesTlsAndCapsBodies) {
     test::HttpServer service;
     test::ScopedEnv url("VELMORA_SERVICE_URL", service.baseURL() + "/");  // the slash is not doubled
     service.answer(200, " 203.0.113.7\n");
@@ -119,99 +115,60 @@ TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatus) {
     EXPECT_EQ(NetInfo::publicIP(), "198.51.100.2");
     service.answer(200, "{\"ip\":\"203.0.113.7\"}");
     EXPECT_FALSE(NetInfo::publicIP().has_value());
-    ASSERT_EQ(service.requests().size(), 3u);
-    EXPECT_EQ(service.requests()[0].method, "GET");
-    EXPECT_EQ(service.requests()[0].path, "/v1/ip");
-
+    EXPECT_EQ(service.requests().at(0).method + " " + service.requests().at(0).path, "GET /v1/ip");
     test::ScopedEnv nobody("VELMORA_SERVICE_URL", "http://127.0.0.1:" + std::to_string(test::closedLoopbackPort()));
-    EXPECT_FALSE(NetInfo::publicIP().has_value());
-    test::ScopedEnv invalid("VELMORA_SERVICE_URL", "not a url");
     EXPECT_FALSE(NetInfo::publicIP().has_value());
     // Without (or with an empty) setting, the built-in service is asked.
     test::ScopedEnv empty("VELMORA_SERVICE_URL", "");
     EXPECT_EQ(serviceBaseURL().rfind("http", 0), 0u);
-}
 
-TEST(Http, RedirectsOnlyToHttpsAndBodiesAreCapped) {
-    test::HttpServer service;
     Http::Request request;
     request.url = service.baseURL() + "/v1/ip";
     // A redirect to plain HTTP is not followed: the request fails rather than leave TLS.
     service.answer(302, "", service.baseURL() + "/elsewhere");
     EXPECT_FALSE(Http::perform(request));
-    ASSERT_EQ(service.requests().size(), 1u);
-
+    EXPECT_EQ(service.requests().back().path, "/v1/ip");
     service.answer(200, std::string(64, 'x'));
     request.maxBodyBytes = 64;
-    auto fits = Http::perform(request);
-    ASSERT_TRUE(fits);
-    EXPECT_EQ(fits->body.size(), 64u);
+    EXPECT_EQ(Http::perform(request).value().body.size(), 64u);
     request.maxBodyBytes = 63;
     EXPECT_FALSE(Http::perform(request));
 }
 
-TEST(ConnectionTest, OnlyARunningServerIsConnectedToAndThePublicAddressAsked) {
+// What the user reads: the words that differ by platform come from its column (the macOS one is
+// pinned with the wording table). A stopped server is not tested at all: see the application's test.
+TEST(ConnectionTest, ReportsWhatAnswersOnTheRunningServersPort) {
+    using platform::say;
+    namespace words = platform::words;
+    const std::string note = say(words::afterRestart), firewall = say(words::checkFirewall) + "\n\n";
     test::HttpServer service;
     test::ScopedEnv url("VELMORA_SERVICE_URL", service.baseURL());
     service.answer(200, "203.0.113.7\n");
     test::LoopbackListener listener;
-    auto stopped = runConnectionTest(listener.port(), false, {{"en0", "192.168.1.20"}});
-    EXPECT_FALSE(stopped.listening);
-    EXPECT_FALSE(stopped.publicIP.has_value());
-    EXPECT_TRUE(service.requests().empty());
-    EXPECT_EQ(stopped.report(true).rfind("The server is not running.", 0), 0u);
-
+    const std::string port = std::to_string(listener.port());
     // The listener is this test's own process: the server's, or another program's when the server
     // is another process.
-    auto result = runConnectionTest(listener.port(), true, {{"en0", "192.168.1.20"}, {"utun2", "10.8.0.2"}},
-                                    {static_cast<int>(::getpid())});
-    EXPECT_TRUE(result.listening);
-    EXPECT_FALSE(result.takenByOther);
+    auto ours = runConnectionTest(listener.port(), true, {{"en0", "192.168.1.20"}, {"en1", "203.0.113.9"}},
+                                  {static_cast<int>(::getpid())});
+    EXPECT_EQ(ours.report(true), "The server is listening on port " + port + say(words::onThisMac) + "\n"
+                                 "In Windows App, add a PC and type one of these:\n"
+                                 "    192.168.1.20:" + port + "   (en0)\n"
+                                 "    203.0.113.9:" + port + "   (en1)\n"
+                                 "These work from computers on the same network. To connect from elsewhere you need a "
+                                 "VPN or a port forward on your router.\n"
+                                 "Your public address is 203.0.113.7. Forward port " + port +
+                                     say(words::forwardToThisMac) + "\n" + firewall + note);
+    EXPECT_EQ(ours.copyText(), "192.168.1.20:" + port);
     auto taken = runConnectionTest(listener.port(), true, {}, {static_cast<int>(::getppid())});
-    EXPECT_TRUE(taken.takenByOther);
-    EXPECT_EQ(taken.report(true).rfind("Port " + std::to_string(listener.port()) + " is in use by another program. "
-                                       "Quit it, or choose another port in Settings.\n",
-                                       0),
-              0u);
-    EXPECT_EQ(result.publicIP, "203.0.113.7");
-    EXPECT_EQ(service.requests().size(), 2u);
-    EXPECT_EQ(result.copyText(), "192.168.1.20:" + std::to_string(listener.port()));
+    EXPECT_EQ(taken.report(true).rfind("Port " + port + " is in use by another program. Quit it, or choose another "
+                                       "port in Settings.\n", 0), 0u);
 
-    auto silent = runConnectionTest(test::closedLoopbackPort(), true, {});
-    EXPECT_FALSE(silent.listening);
-    EXPECT_EQ(silent.copyText(), "");
-}
-
-TEST(ConnectionReport, TextsForEveryCase) {
-    // The words that differ by platform come from its column; the macOS one is pinned elsewhere.
-    using platform::say;
-    namespace words = platform::words;
-    const std::string note = say(words::afterRestart);
-    const std::string turnOn =
-        "\nTurn on \"Open Velmora at Login\" in the menu, or it will not start after a restart at all.";
-    const std::string firewall = say(words::checkFirewall) + "\n\n";
-    EXPECT_EQ(NetInfo::afterRestartNote(true), note);
-    EXPECT_EQ(NetInfo::afterRestartNote(false), note + turnOn);
-
-    EXPECT_EQ(NetInfo::report(3389, false, {{"en0", "192.168.1.20"}}, true, "203.0.113.7", false),
-              "The server is not running. Choose Start Server in the menu, then test again.\n\n" + note + turnOn);
-
-    EXPECT_EQ(NetInfo::report(3389, true, {{"en0", "192.168.1.20"}, {"en1", "203.0.113.9"}}, true, "203.0.113.7", true),
-              "The server is listening on port 3389" + say(words::onThisMac) + "\n"
-              "In Windows App, add a PC and type one of these:\n"
-              "    192.168.1.20:3389   (en0)\n"
-              "    203.0.113.9:3389   (en1)\n"
-              "These work from computers on the same network. To connect from elsewhere you need a VPN or a port "
-              "forward on your router.\n"
-              "Your public address is 203.0.113.7. Forward port 3389" + say(words::forwardToThisMac) + "\n" +
-                  firewall + note);
-
+    // Nothing answers and only public addresses: no "same network" line; the login item is off.
     EXPECT_EQ(NetInfo::report(13389, true, {{"en0", "203.0.113.9"}}, false, std::nullopt, false),
               "The server says it is running but nothing answers on port 13389. Check the log.\n"
               "In Windows App, add a PC and type one of these:\n"
-              "    203.0.113.9:13389   (en0)\n" +
-                  firewall + note + turnOn);
-
+              "    203.0.113.9:13389   (en0)\n" + firewall + note +
+                  "\nTurn on \"Open Velmora at Login\" in the menu, or it will not start after a restart at all.");
     EXPECT_EQ(NetInfo::report(3389, true, {}, true, std::nullopt, true),
               "The server is listening on port 3389" + say(words::onThisMac) + "\n" + say(words::noNetworkAddress) +
                   "\n" + firewall + note);

@@ -4,14 +4,12 @@
 #include "platform/app_log.h"
 #include "platform/paths.h"
 #include "settings/keys.h"
+#include "support/log_lines.h"
 #include "support/scoped_env.h"
 #include "support/temp_home.h"
-#include "support/log_lines.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <sys/stat.h>
 
 using namespace velmora;
 using namespace velmora::test;
@@ -20,18 +18,20 @@ namespace {
 
 class HelperPermsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ::unsetenv("KORVEN_CLI");
-        platform::makeDirectories(platform::logDirectory());
-        prefix = home.path() + "/prefix";
-        calls = home.path() + "/calls";
-    }
-    void TearDown() override { ::unsetenv("KORVEN_CLI"); }
+    void SetUp() override { platform::makeDirectories(platform::logDirectory()); }
 
     // An installed-looking prefix whose server records each probe and answers `answer`.
     void installServer(const std::string& answer) {
         writeScript(prefix + "/libexec/velmora/velmora-server",
-               "echo \"$MAC_SHADOW_PERMS $WLOG_LEVEL $*\" >> '" + calls + "'\n" + answer + "\n");
+                    "echo \"$MAC_SHADOW_PERMS $WLOG_LEVEL $*\" >> '" + calls + "'\n" + answer + "\n");
+    }
+    // A reset tool that records its arguments and says nothing, but fails for Accessibility with an odd answer.
+    std::string installResetTool() {
+        return writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
+                                                     "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\nexit 0\n");
+    }
+    std::shared_ptr<HelperPerms> make(std::optional<std::string> resetTool = std::nullopt) {
+        return HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = std::move(resetTool)});
     }
 
     // Starts a probe or repair with a completion and waits for that to run on the main queue.
@@ -48,13 +48,10 @@ protected:
     std::optional<PermStatus> run(const std::shared_ptr<HelperPerms>& perms, const std::string& mode) {
         return await([&](HelperPerms::Completion done) { perms->probe(mode, std::move(done)); });
     }
-    std::optional<PermStatus> repair(const std::shared_ptr<HelperPerms>& perms, const PermRepairPlan& plan) {
-        return await([&](HelperPerms::Completion done) { perms->repair(plan, std::move(done)); });
-    }
 
     TempHome home;
-    std::string prefix;
-    std::string calls;
+    ScopedEnv noOverride{"KORVEN_CLI", std::nullopt};
+    const std::string prefix = home.path() + "/prefix", calls = home.path() + "/calls", resets = home.path() + "/resets";
     ManualQueue queue;
     platform::DefaultsStore store;
 };
@@ -66,17 +63,15 @@ std::chrono::system_clock::time_point utc(int hour, int minute, int second, int 
 
 }  // namespace
 
-TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
+TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnceAndWithoutAServerFailsQuietly) {
     installServer("echo 'server starting'; echo 'screen=1 input=0'");
-    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix});
+    auto perms = make();
     EXPECT_EQ(run(perms, "check"), (PermStatus{true, false}));
-    EXPECT_FALSE(perms->lastProbeFailed());
     EXPECT_FALSE(perms->grantedBefore());
     EXPECT_EQ(readFile(calls), "check ERROR /port:33895\n");
 
     installServer("echo 'screen=1 input=1'");
     EXPECT_EQ(run(perms, "request"), (PermStatus{true, true}));
-    EXPECT_TRUE(perms->grantedBefore());
     EXPECT_TRUE(store.boolean(Key::helperPermsGrantedOnce));
 
     // No usable answer: failure noted, the earlier status kept, the grant not forgotten.
@@ -85,91 +80,69 @@ TEST_F(HelperPermsTest, ProbeRecordsLogsAndRemembersAGrantOnce) {
     EXPECT_TRUE(perms->lastProbeFailed());
     EXPECT_EQ(perms->last(), (PermStatus{true, true}));
     EXPECT_TRUE(perms->grantedBefore());
-
     EXPECT_EQ(logMessages(), (std::vector<std::string>{"permission check: screen=1 input=0",
                                                        "permission request: screen=1 input=1",
                                                        "permission check: no answer from the server"}));
-}
 
-TEST_F(HelperPermsTest, WithoutAnExecutableServerTheProbeFailsAtOnceAndQuietly) {
-    writeScript(home.path() + "/not-executable", "echo screen=1 input=1");
-    ::chmod((home.path() + "/not-executable").c_str(), 0644);
-    ::setenv("KORVEN_CLI", (home.path() + "/not-executable").c_str(), 1);
-    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix});
-    bool called = false;
-    std::optional<PermStatus> result{PermStatus{true, true}};
-    perms->check([&](std::optional<PermStatus> status) {
-        called = true;
-        result = status;
-    });
-    EXPECT_TRUE(perms->lastProbeFailed());
-    EXPECT_FALSE(called);  // delivered later, on the main queue
-    queue.runPending();
-    EXPECT_TRUE(called);
-    EXPECT_EQ(result, std::nullopt);
-    EXPECT_FALSE(fileExists(platform::AppLog::path()));
-}
-
-TEST_F(HelperPermsTest, CompletionIsDroppedOnceTheServiceIsGone) {
-    installServer("echo 'screen=1 input=1'");
-    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix});
+    // Once the service is gone, a queued probe's answer finds nobody.
     bool called = false;
     perms->check([&](std::optional<PermStatus>) { called = true; });
-    perms.reset();  // finishes the queued probe, whose answer then finds nobody
+    perms.reset();
     queue.runPending();
     EXPECT_FALSE(called);
-    EXPECT_TRUE(logMessages().empty());
+
+    // Without an executable server the probe fails at once and quietly; the answer still comes later.
+    writeFile(home.path() + "/not-executable", "echo screen=1 input=1");
+    ScopedEnv korven("KORVEN_CLI", home.path() + "/not-executable");
+    perms = make();
+    perms->check([&](std::optional<PermStatus> status) { called = !status; });
+    EXPECT_TRUE(perms->lastProbeFailed());
+    EXPECT_FALSE(called);
+    queue.runPending();
+    EXPECT_TRUE(called);
+    EXPECT_EQ(logMessages().size(), 3u);
 }
 
-TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequests) {
+TEST_F(HelperPermsTest, RepairResetsOnlyWhatIsMissingThenRequestsAndTheLegacyCleanUpRunsOnce) {
     installServer("echo 'screen=1 input=1'");
-    std::string resets = home.path() + "/resets";
     // Linux keeps no privacy lists: the repair still runs the request probe.
     EXPECT_FALSE(platform::privacyResetTool());
-    repair(HelperPerms::create(queue, store, {.bundleRoot = prefix}), permRepairPlan({false, false}, false));
+    auto perms = make();
+    await([&](HelperPerms::Completion done) { perms->repair(permRepairPlan({false, false}, false), std::move(done)); });
     EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
-    ::unlink(calls.c_str());
     ::unlink(platform::AppLog::path().c_str());
 
-    auto tool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n"
-                                                     "[ \"$2\" = Accessibility ] && { echo ' odd  '; exit 1; }\n"
-                                                     "exit 0\n");
-    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = tool});
-    EXPECT_EQ(repair(perms, permRepairPlan({true, false}, false)), (PermStatus{true, true}));
+    perms = make(installResetTool());
+    auto repair = [&](PermStatus status, bool grantedBefore) {
+        return await([&](HelperPerms::Completion done) { perms->repair(permRepairPlan(status, grantedBefore), std::move(done)); });
+    };
+    EXPECT_EQ(repair({true, false}, false), (PermStatus{true, true}));
     EXPECT_EQ(readFile(resets), "reset Accessibility com.velmora.shadow\n");
-    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
     EXPECT_EQ(logMessages(), (std::vector<std::string>{"tccutil reset Accessibility com.velmora.shadow: exit 1 (odd)",
                                                        "permission request: screen=1 input=1"}));
-
     // An empty plan runs no probe and answers with the last status.
-    EXPECT_EQ(repair(perms, permRepairPlan({true, true}, true)), perms->last());
-    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\n");
-}
+    EXPECT_EQ(repair({true, true}, true), perms->last());
+    EXPECT_EQ(readFile(calls), "request ERROR /port:33895\nrequest ERROR /port:33895\n");
 
-TEST_F(HelperPermsTest, LegacyCleanUpRunsOncePerUserAndAToolThatCannotStartIsLogged) {
-    std::string resets = home.path() + "/resets";
-    HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = home.path() + "/missing-tccutil"})
-        ->tccReset("ScreenCapture", "com.velmora.shadow");
-    EXPECT_EQ(logMessages(), std::vector<std::string>{"tccutil failed: No such file or directory"});
-    ::unlink(platform::AppLog::path().c_str());
-
-    auto tool = writeScript(home.path() + "/tccutil", "echo \"$*\" >> '" + resets + "'\n");
-    auto perms = HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = tool});
+    ::unlink(resets.c_str());
     perms->cleanUpLegacyEntriesOnce();
     EXPECT_TRUE(store.boolean(Key::legacyAppPermsReset));
     perms->drainQueue();
-    EXPECT_EQ(readFile(resets), "reset ScreenCapture com.velmora.app\nreset Accessibility com.velmora.app\n");
-    EXPECT_EQ(logMessages(), (std::vector<std::string>{"tccutil reset ScreenCapture com.velmora.app: exit 0",
-                                                       "tccutil reset Accessibility com.velmora.app: exit 0"}));
-
-    auto again = HelperPerms::create(queue, store, {.bundleRoot = prefix, .resetTool = tool});
+    auto log = logMessages();
+    EXPECT_EQ(std::vector(log.end() - 2, log.end()),
+              (std::vector<std::string>{"tccutil reset ScreenCapture com.velmora.app: exit 0",
+                                        "tccutil reset Accessibility com.velmora.app: exit 1 (odd)"}));
+    auto again = make(installResetTool());
     again->cleanUpLegacyEntriesOnce();
     again->drainQueue();
     EXPECT_EQ(readFile(resets), "reset ScreenCapture com.velmora.app\nreset Accessibility com.velmora.app\n");
+
+    make(home.path() + "/missing-tccutil")->tccReset("ScreenCapture", "com.velmora.shadow");
+    EXPECT_EQ(logMessages().back(), "tccutil failed: No such file or directory");
 }
 
 TEST_F(HelperPermsTest, OpenPassesOnlyURLsToTheOpener) {
-    HelperPerms::create(queue, store, {.bundleRoot = prefix})->open(HelperPerms::screenURL);  // no opener: nothing
+    make()->open(HelperPerms::screenURL);  // no opener: nothing
     std::vector<std::string> opened;
     auto perms = HelperPerms::create(
         queue, store, {.bundleRoot = prefix, .openURL = [&](const std::string& url) { opened.push_back(url); }});
@@ -180,35 +153,31 @@ TEST_F(HelperPermsTest, OpenPassesOnlyURLsToTheOpener) {
 }
 
 TEST(AppLog, LinesCarryALocalTimeStampWithMillisecondsAfterAColon) {
-    test::ScopedEnv zone("TZ", "UTC");
+    ScopedEnv zone("TZ", "UTC");
     ::tzset();
     EXPECT_EQ(platform::AppLog::line("permission check: screen=1 input=0", utc(9, 5, 7, 4)),
               "[09:05:07:004] [Velmora app] permission check: screen=1 input=0\n");
     EXPECT_EQ(platform::AppLog::timestamp(utc(23, 59, 59, 999)), "23:59:59:999");
     {
-        test::ScopedEnv berlin("TZ", "CET-1");
+        ScopedEnv berlin("TZ", "CET-1");
         ::tzset();
         EXPECT_EQ(platform::AppLog::timestamp(utc(23, 0, 0, 0)), "00:00:00:000") << "local time, not UTC";
     }
     ::tzset();
 }
 
-TEST(AppLog, AppendsWholeLinesInCallOrderWithoutEscapingLineBreaks) {
-    test::TempHome home;
+TEST(AppLog, AppendsWholeLinesInCallOrderAndDropsThemSilentlyWithoutItsFolder) {
+    TempHome home;
+    platform::AppLog::write("nobody will see this");
+    EXPECT_FALSE(fileExists(platform::logDirectory())) << "the writer never makes the folder";
+
     EXPECT_EQ(platform::AppLog::path(), home.stateHome() + "/velmora/Velmora.log");
-    platform::makeDirectories(platform::logDirectory());
-    test::writeFile(platform::AppLog::path(), "server output\n");
+    writeFile(platform::AppLog::path(), "server output\n");
     platform::AppLog::write("first");
     platform::AppLog::write("two\nlines");
-    std::string log = test::readFile(platform::AppLog::path());
+    std::string log = readFile(platform::AppLog::path());
     ASSERT_EQ(std::count(log.begin(), log.end(), '\n'), 4) << log;
     EXPECT_EQ(log.rfind("server output\n[", 0), 0u);
     EXPECT_NE(log.find("] [Velmora app] first\n["), std::string::npos);
     EXPECT_NE(log.find("] [Velmora app] two\nlines\n"), std::string::npos) << "the second line has no prefix";
-}
-
-TEST(AppLog, AMissingFolderDropsTheLineSilentlyAndIsNotCreated) {
-    test::TempHome home;
-    platform::AppLog::write("nobody will see this");
-    EXPECT_FALSE(test::fileExists(platform::logDirectory()));
 }

@@ -8,8 +8,8 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <memory>
-#include <utility>
 #include <vector>
 
 using namespace velmora;
@@ -40,44 +40,31 @@ std::string makeCertificate(const std::vector<std::pair<std::string, std::string
     return std::string(data, static_cast<std::size_t>(size));
 }
 
-std::string bodyOf(const std::string& pem) {
-    auto start = pem.find('\n') + 1;
-    auto end = pem.find("-----END");
-    std::string body;
-    for (char c : pem.substr(start, end - start))
-        if (c != '\n') body += c;
-    return body;
-}
+const std::string begin = "-----BEGIN CERTIFICATE-----", end = "-----END CERTIFICATE-----";
 
 }  // namespace
 
-TEST(ServerCert, DerDecodesTheFirstBlockWhateverTheWrappingAndRejectsBadBase64) {
-    std::string pem = makeCertificate({{"CN", "shadow"}});
+TEST(ServerCert, DerDecodesTheFirstBlockWhateverTheWrappingAndRejectsAnythingButStrictBase64) {
+    const std::string pem = makeCertificate({{"CN", "shadow"}});
     auto reference = ServerCert::der(pem);
     ASSERT_TRUE(reference);
-    std::string body = bodyOf(pem);
+    std::string body = pem.substr(begin.size() + 1, pem.find(end) - begin.size() - 1);
+    body.erase(std::remove(body.begin(), body.end(), '\n'), body.end());
 
-    std::string crlf = "junk before\r\n-----BEGIN CERTIFICATE-----\r\n";
+    std::string crlf = "junk before\r\n" + begin + "\r\n";
     for (std::size_t i = 0; i < body.size(); i += 64) crlf += body.substr(i, 64) + "\r\n";
-    crlf += "-----END CERTIFICATE-----\r\ntrailing text";
-    EXPECT_EQ(ServerCert::der(crlf), reference);
+    EXPECT_EQ(ServerCert::der(crlf + end + "\r\ntrailing text"), reference);
     // One line, and odd Unicode white space (NBSP, LINE SEPARATOR, tab) in between.
-    EXPECT_EQ(ServerCert::der("-----BEGIN CERTIFICATE-----" + body.substr(0, 10) + "\xC2\xA0\t" +
-                              body.substr(10, 10) + "\xE2\x80\xA8" + body.substr(20) + "-----END CERTIFICATE-----"),
+    EXPECT_EQ(ServerCert::der(begin + body.substr(0, 10) + "\xC2\xA0\t" + body.substr(10, 10) + "\xE2\x80\xA8" +
+                              body.substr(20) + end),
               reference);
     // Only the first block counts.
     EXPECT_EQ(ServerCert::der(pem + makeCertificate({})), reference);
+    // No markers, no end, the end first, a stray character, a length that is no base64.
+    for (const std::string& bad : {std::string("no markers"), begin + "\n" + body + "\n", end + "\n" + begin + "\n" + body,
+                                   begin + body.substr(0, 5) + "*" + body.substr(6) + end, begin + body.substr(1) + end})
+        EXPECT_FALSE(ServerCert::der(bad)) << bad;
 
-    EXPECT_FALSE(ServerCert::der("no markers"));
-    EXPECT_FALSE(ServerCert::der("-----BEGIN CERTIFICATE-----\n" + body + "\n"));
-    EXPECT_FALSE(ServerCert::der("-----END CERTIFICATE-----\n-----BEGIN CERTIFICATE-----\n" + body));
-    std::string stray = body;
-    stray[5] = '*';
-    EXPECT_FALSE(ServerCert::der("-----BEGIN CERTIFICATE-----" + stray + "-----END CERTIFICATE-----"));
-    EXPECT_FALSE(ServerCert::der("-----BEGIN CERTIFICATE-----" + body.substr(1) + "-----END CERTIFICATE-----"));
-}
-
-TEST(ServerCert, StrictBase64) {
     using Bytes = std::vector<unsigned char>;
     EXPECT_EQ(ServerCert::decodeBase64("TWE="), (Bytes{'M', 'a'}));
     EXPECT_EQ(ServerCert::decodeBase64("+/+/"), (Bytes{0xfb, 0xff, 0xbf}));
@@ -85,41 +72,33 @@ TEST(ServerCert, StrictBase64) {
     for (const char* bad : {"TQ", "TQ===", "T===", "TQ==TWFu", "TW-u"}) EXPECT_FALSE(ServerCert::decodeBase64(bad)) << bad;
 }
 
-TEST(ServerCert, SubjectNameIsTheFirstNonEmptyNamingField) {
+TEST(ServerCert, TheSubjectNameIsTheFirstNonEmptyNamingFieldAndOnlyANamelessCertificateIsRemoved) {
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"O", "Org"}, {"CN", "host.example"}})), "host.example");
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"C", "DE"}, {"OU", "Unit"}, {"O", "Org"}})), "Org");
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"CN", ""}, {"OU", "Unit"}})), "Unit");
     EXPECT_EQ(ServerCert::subjectName(makeCertificate({{"CN", "Zoë"}})), "Zoë");
     EXPECT_FALSE(ServerCert::subjectName(makeCertificate({{"C", "DE"}})));
-}
 
-TEST(ServerCert, RemoveIfNamelessJudgesOnlyDecodableBlocks) {
     TempHome home;
-    // Where freerdp-shadow-cli keeps them.
+    // Where freerdp-shadow-cli keeps them; only decodable blocks are judged.
     const std::string cert = home.configHome() + "/freerdp/shadow/shadow.crt";
     const std::string key = home.configHome() + "/freerdp/shadow/shadow.key";
-
     EXPECT_FALSE(ServerCert::removeIfNameless());  // no file at all
 
-    auto expectKept = [&](const std::string& contents) {
+    const std::pair<std::string, bool> cases[] = {
+        {makeCertificate({{"CN", "named"}}), false},
+        {begin + "\nTWFu\n", false},  // no end marker
+        {"\xFF\xFE not UTF-8 " + begin + "\nTWFu\n" + end + "\n", false},
+        {makeCertificate({}), true},
+        {begin + "\naGVsbG8gd29ybGQ=\n" + end + "\n", true},  // bytes that are no certificate
+    };
+    for (const auto& [contents, nameless] : cases) {
         writeFile(cert, contents);
         writeFile(key, "key");
-        EXPECT_FALSE(ServerCert::removeIfNameless()) << contents;
-        EXPECT_TRUE(fileExists(cert));
-        EXPECT_TRUE(fileExists(key));
-    };
-    expectKept(makeCertificate({{"CN", "named"}}));
-    expectKept("-----BEGIN CERTIFICATE-----\nTWFu\n");               // no end marker
-    expectKept("\xFF\xFE not UTF-8 -----BEGIN CERTIFICATE-----\nTWFu\n-----END CERTIFICATE-----\n");
-
-    writeFile(cert, makeCertificate({}));
-    writeFile(key, "key");
+        EXPECT_EQ(ServerCert::removeIfNameless(), nameless) << contents;
+        EXPECT_EQ(fileExists(cert), !nameless);
+        EXPECT_EQ(fileExists(key), !nameless);
+    }
+    writeFile(cert, makeCertificate({}));  // and no key file beside it
     EXPECT_TRUE(ServerCert::removeIfNameless());
-    EXPECT_FALSE(fileExists(cert));
-    EXPECT_FALSE(fileExists(key));
-
-    // Bytes that are no certificate, and no key file beside them: still removed, still true.
-    writeFile(cert, "-----BEGIN CERTIFICATE-----\naGVsbG8gd29ybGQ=\n-----END CERTIFICATE-----\n");
-    EXPECT_TRUE(ServerCert::removeIfNameless());
-    EXPECT_FALSE(fileExists(cert));
 }
