@@ -12,7 +12,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fcntl.h>
+#include <functional>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using namespace velmora;
@@ -95,4 +99,90 @@ TEST_F(HeadlessTest, OneVelmoraPerUserAndACrashedOneDoesNotBlockTheNext) {
     ::kill(third->pid(), SIGTERM);
     ASSERT_TRUE(third->wait(30));
     EXPECT_EQ(third->exitCode(), 0);
+}
+
+// Another user can make /tmp/velmora-<uid> first (when XDG_RUNTIME_DIR is unset): Velmora keeps its
+// lock and socket only in a real folder of its own, and never writes through a planted link.
+TEST_F(HeadlessTest, KeepsItsLockOnlyInAPrivateFolderOfItsOwn) {
+    namespace fs = std::filesystem;
+    const std::string folder = home.runtimeDir() + "/velmora";
+    const std::string precious = home.path() + "/precious.txt";
+    writeFile(precious, "precious");
+    fs::create_directories(home.path() + "/elsewhere");
+    const std::vector<std::pair<std::function<bool()>, std::string>> plantings = {
+        {[&] { fs::create_directories(folder);
+               fs::create_symlink(precious, folder + "/velmora.lock");
+               return true; }, folder + "/velmora.lock is a symbolic link"},
+        {[&] { fs::create_directory_symlink(home.path() + "/elsewhere", folder); return true; },
+         folder + " is a symbolic link"},
+        {[&] { writeFile(folder, ""); return true; }, folder + " is not a folder"},
+        // Only root can hand a folder to another user here.
+        {[&] { return fs::create_directories(folder) && ::chown(folder.c_str(), 65534, 65534) == 0; },
+         folder + " belongs to another user (uid 65534)"},
+    };
+    for (const auto& [plant, problem] : plantings) {
+        fs::remove_all(folder);
+        if (!plant()) continue;
+        auto velmora = startVelmora("refused");
+        ASSERT_TRUE(velmora->wait(20)) << problem;
+        EXPECT_EQ(velmora->exitCode(), 1);
+        EXPECT_NE(readFile(errPath).find("velmora: not started: " + problem), std::string::npos) << readFile(errPath);
+        EXPECT_EQ(readFile(precious), "precious");
+    }
+    // Its own folder, open to others: made private, then used.
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    fs::permissions(folder, fs::perms::all);
+    auto velmora = startVelmora("open");
+    EXPECT_TRUE(test::eventually([&] { return fs::is_socket(folder + "/velmora.socket"); }, 20)) << readFile(errPath);
+    EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
+    ::kill(velmora->pid(), SIGTERM);
+    EXPECT_TRUE(velmora->wait(30));
+}
+
+namespace {
+
+std::size_t openDescriptors(pid_t pid) {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
+        ++count;
+    return count;
+}
+
+int connectTo(const std::string& path) {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    [[maybe_unused]] int connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    return fd;
+}
+
+}  // namespace
+
+// Idle connections, an endless request and running out of descriptors never silence the socket a
+// second launch speaks to.
+TEST_F(HeadlessTest, TheSocketOutlastsIdleConnectionsEndlessRequestsAndLackOfDescriptors) {
+    const std::string socket = home.runtimeDir() + "/velmora/velmora.socket";
+    auto velmora = startVelmora("err");
+    ASSERT_TRUE(test::eventually([&] { return std::filesystem::is_socket(socket); }, 20)) << readFile(errPath);
+    int endless = connectTo(socket);
+    const std::string noLineEnd(65536, 'x');
+    [[maybe_unused]] ssize_t sent = ::send(endless, noLineEnd.data(), noLineEnd.size(), MSG_NOSIGNAL);
+    pollfd answer{endless, POLLIN, 0};
+    char byte = 0;
+    EXPECT_TRUE(::poll(&answer, 1, 10000) == 1 && ::read(endless, &byte, 1) <= 0) << "the endless request was cut off";
+    // Three descriptors to spare: the idle connections run Velmora out of them.
+    const std::string limit = std::to_string(openDescriptors(velmora->pid()) + 3);
+    ASSERT_EQ(test::runCommand({"/usr/bin/prlimit", "--pid", std::to_string(velmora->pid()), "--nofile=" + limit})
+                  .exitCode, 0);
+    std::vector<int> idle;
+    for (int i = 0; i < 100; ++i) idle.push_back(connectTo(socket));
+
+    auto second = test::runCommand({test::builtExecutable("bin/velmora")});
+    EXPECT_EQ(second.exitCode, 0) << second.err;
+    for (int fd : idle) ::close(fd);
+    ::close(endless);
+    ::kill(velmora->pid(), SIGTERM);
+    EXPECT_TRUE(velmora->wait(30));
 }
