@@ -4,6 +4,7 @@
 #include "platform/paths.h"
 #include "process/spawn.h"
 #include "support/e2e_harness.h"
+#include "support/keyring.h"
 #include "support/run_command.h"
 #include "support/temp_home.h"
 
@@ -185,4 +186,38 @@ TEST_F(HeadlessTest, TheSocketOutlastsIdleConnectionsEndlessRequestsAndLackOfDes
     ::close(endless);
     ::kill(velmora->pid(), SIGTERM);
     EXPECT_TRUE(velmora->wait(30));
+}
+
+// `velmora login set` and `login clear` reach a running server through the running Velmora.
+TEST_F(HeadlessTest, LoginChangesRestartTheRunningServer) {
+    VELMORA_REQUIRE_KEYRING();
+    const std::string noted = home.path() + "/server.pid";
+    // The server notes its pid and the user of the Windows login it was given.
+    test::writeScript(server, "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
+                              "echo \"$$ ${MAC_SHADOW_NLA%%:*}\" > '" + noted + ".new' && mv '" + noted + ".new' '" +
+                              noted + "'\nexec sleep 1000\n");
+    auto velmora = startVelmora("err");
+    ASSERT_TRUE(test::eventually([&] { return test::fileExists(noted); }, 20)) << log();
+    const std::string velmoraCli = test::builtExecutable("bin/velmora");
+    struct Step {
+        std::vector<std::string> arguments;
+        std::string said;
+        std::string serverUser;
+    };
+    for (const Step& step : {Step{{"set", "anna"}, "The running server was restarted with the new Windows login.\n", "anna"},
+                             Step{{"clear"}, "The running server was restarted without a Windows login.\n", ""}}) {
+        const std::string before = readFile(noted);
+        std::vector<std::string> argv = {velmoraCli, "login"};
+        argv.insert(argv.end(), step.arguments.begin(), step.arguments.end());
+        auto result = test::runCommand(argv, {}, "secret\n");
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.out, step.said);
+        EXPECT_TRUE(test::eventually([&] { return readFile(noted) != before && readFile(noted).ends_with(" " + step.serverUser + "\n"); }, 20))
+            << readFile(noted) << log();
+    }
+    ::kill(velmora->pid(), SIGTERM);
+    ASSERT_TRUE(velmora->wait(30));
+    auto idle = test::runCommand({velmoraCli, "login", "set", "anna"}, {}, "secret\n");
+    EXPECT_EQ(idle.out, "Takes effect when the server next starts.\n");
+    test::runCommand({velmoraCli, "login", "clear"});
 }
