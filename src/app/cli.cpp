@@ -88,9 +88,11 @@ std::string readPassword(std::string& problem) {
     }
     if (!password.empty() && password.back() == '\r') password.pop_back();
     if (moreLines || password.find_first_of("\r\n") != std::string::npos)
-        problem = "the password on standard input has more than one line; give it as one line";
-    else if (password.find('\0') != std::string::npos) problem = "the password holds a NUL byte, which no client can send";
-    else if (!text::isValidUtf8(password)) problem = "the password is not UTF-8 text, which no client can send";
+        problem = "the password on standard input has more than one line";
+    else if (password.find('\0') != std::string::npos)
+        problem = "the password holds a NUL byte, which no client can send";
+    else if (!text::isValidUtf8(password))
+        problem = "the password is not UTF-8 text, which no client can send";
     return password;
 }
 

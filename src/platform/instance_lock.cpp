@@ -35,8 +35,10 @@ int openPrivateFolder(const std::string& folder, uid_t owner, std::string& probl
     if (fd < 0) {
         int error = errno;
         struct stat link{};
-        if (::lstat(folder.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) problem = folder + " is a symbolic link, not a folder";
-        else if (error == ENOTDIR) problem = folder + " is not a folder";
+        if (::lstat(folder.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+            problem = folder + " is a symbolic link, not a folder";
+        else if (error == ENOTDIR)
+            problem = folder + " is not a folder";
         else problem = folder + " cannot be opened: " + reason(error);
         return -1;
     }

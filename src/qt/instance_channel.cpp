@@ -18,7 +18,12 @@ InstanceChannel::InstanceChannel(Answer answer) : answer_(std::move(answer)) {
 }
 
 InstanceChannel::~InstanceChannel() {
-    for (const Connection& connection : connections_) ::close(connection.fd);
+    // Each notifier goes before its descriptor.
+    for (const Connection& connection : connections_) {
+        delete connection.notifier;
+        ::close(connection.fd);
+    }
+    delete listenNotifier_;
     if (listener_ >= 0) ::close(listener_);
 }
 
