@@ -12,6 +12,21 @@ install(FILES ${PROJECT_SOURCE_DIR}/data/icons/velmora.svg DESTINATION share/ico
 install(FILES ${PROJECT_SOURCE_DIR}/data/velmora.service DESTINATION lib/systemd/user)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/data/copyright DESTINATION share/doc/velmora)
 
+# The changelog (changelog.gz: the package is native, its version has no Debian revision) and the
+# manual page, compressed as Debian wants them: gzip -9, no name or time stamp inside, so that the
+# same sources give the same package.
+function(velmora_gzip source output destination)
+  add_custom_command(OUTPUT ${output}
+    COMMAND sh -c "gzip -9n -c \"$1\" > \"$2\"" sh ${source} ${output}
+    DEPENDS ${source}
+    VERBATIM)
+  install(FILES ${output} DESTINATION ${destination})
+endfunction()
+velmora_gzip(${PROJECT_SOURCE_DIR}/data/changelog ${CMAKE_BINARY_DIR}/share/changelog.gz share/doc/velmora)
+velmora_gzip(${PROJECT_SOURCE_DIR}/data/velmora.1 ${CMAKE_BINARY_DIR}/share/velmora.1.gz share/man/man1)
+add_custom_target(velmora_gzipped_docs ALL
+  DEPENDS ${CMAKE_BINARY_DIR}/share/changelog.gz ${CMAKE_BINARY_DIR}/share/velmora.1.gz)
+
 # Menus and docks that cannot draw SVG take the 48x48 bitmap, made from the SVG at build time.
 find_program(VELMORA_RSVG_CONVERT rsvg-convert)
 if(VELMORA_RSVG_CONVERT)

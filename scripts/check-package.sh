@@ -2,7 +2,7 @@
 # Builds the Debian package (scripts/package.sh) and checks it: control fields, file list,
 # desktop-file-validate, `apt-get install -s`, an install and removal into a private dpkg root, and
 # the programs run from the unpacked package: --version, --help, and `diagnostics` under Xvfb with
-# the helper answering the permission probe.
+# the helper answering the permission probe; lintian, with no error and no warning.
 #   scripts/check-package.sh [velmora_<version>_<arch>.deb]   (an existing package is not rebuilt)
 # pass only prints, so "test && pass || fail" never runs both.
 # shellcheck disable=SC2015
@@ -43,9 +43,11 @@ expected="./usr/bin/velmora
 ./usr/libexec/velmora/velmora-server
 ./usr/share/applications/velmora.desktop
 ./usr/share/doc/velmora/README.md
+./usr/share/doc/velmora/changelog.gz
 ./usr/share/doc/velmora/copyright
 ./usr/share/icons/hicolor/48x48/apps/velmora.png
-./usr/share/icons/hicolor/scalable/apps/velmora.svg"
+./usr/share/icons/hicolor/scalable/apps/velmora.svg
+./usr/share/man/man1/velmora.1.gz"
 listing=$(dpkg-deb --contents "$deb")
 actual=$(awk '$1 !~ /^d/ {print $6}' <<<"$listing" | sort)
 [ "$actual" = "$expected" ] && pass "file list" || fail "file list differs:
@@ -58,6 +60,15 @@ done
 # scripts that make files, no configuration files kept after removal.
 control=$(dpkg-deb --ctrl-tarfile "$deb" | tar -t | sed 's|^\./||' | grep -v '^$' | sort | tr '\n' ' ')
 [ "$control" = "control md5sums " ] && pass "control archive: $control" || fail "control archive holds: $control"
+
+# --- Debian's own checks: no error and no warning
+if command -v lintian >/dev/null; then
+  if lintian_out=$(lintian --fail-on error,warning "$deb" 2>&1); then pass "lintian"
+  else fail "lintian:
+$lintian_out"; fi
+else
+  fail "lintian is not installed"
+fi
 
 # --- the unpacked files
 root="$work/unpacked"

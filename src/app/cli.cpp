@@ -4,9 +4,11 @@
 #include "core/app_version.h"
 #include "core/environment.h"
 #include "core/files.h"
+#include "core/text.h"
 #include "nla/login_form.h"
 #include "nla/nla_login.h"
 #include "platform/defaults_store.h"
+#include "platform/instance_socket.h"
 #include "process/server_cert.h"
 #include "settings/launch_plan.h"
 #include "settings/plan_listing.h"
@@ -15,6 +17,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <poll.h>
 #include <string>
 #include <termios.h>
 #include <unistd.h>
@@ -28,9 +31,11 @@ constexpr const char* usage =
     "  (nothing)             run Velmora in the tray\n"
     "  --headless            run the server's supervisor without any window (stop it with Ctrl-C)\n"
     "  plan                  print the server's arguments and environment for the current settings\n"
-    "  login set USER        save the Windows login (password read from standard input)\n"
+    "  login set USER        save the Windows login; the password is one line on standard input\n"
+    "                        (none keeps the stored password under the new name)\n"
     "  login show            print the Windows login's user name, or \"not set\"\n"
     "  login clear           remove the Windows login\n"
+    "                        (a running Velmora restarts its server after a login set or clear)\n"
     "  diagnostics           print the diagnostics report\n"
     "  test-connection       print the connection test's report\n"
     "  certificate           print the server certificate's name, validity and fingerprints\n"
@@ -52,8 +57,10 @@ int printPlan() {
     return 0;
 }
 
-// One line from standard input, without echo when it is a terminal.
-std::string readPassword() {
+// The password: one line from standard input, without echo when it is a terminal. `problem` says
+// why it cannot be used: a second line (it would be cut off silently), a NUL byte or bytes that are
+// not UTF-8 (hashed into a password no client can type).
+std::string readPassword(std::string& problem) {
     const bool terminal = ::isatty(STDIN_FILENO) == 1;
     termios saved{};
     if (terminal && ::tcgetattr(STDIN_FILENO, &saved) == 0) {
@@ -63,13 +70,73 @@ std::string readPassword() {
         std::fputs("Password: ", stderr);
     }
     std::string password;
-    std::getline(std::cin, password);
-    if (!password.empty() && password.back() == '\r') password.pop_back();
+    bool moreLines = false;
     if (terminal) {
+        std::getline(std::cin, password);
+        // Pasted lines still waiting; restoring the terminal below discards them.
+        pollfd waiting{STDIN_FILENO, POLLIN, 0};
+        moreLines = ::poll(&waiting, 1, 0) > 0;
         ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
         std::fputs("\n", stderr);
+    } else {
+        constexpr std::size_t limit = 1 << 20;
+        char chunk[4096];
+        while (password.size() <= limit && std::cin.read(chunk, sizeof chunk).gcount() > 0)
+            password.append(chunk, static_cast<std::size_t>(std::cin.gcount()));
+        if (password.size() > limit) problem = "the password on standard input is longer than 1 MiB";
+        if (!password.empty() && password.back() == '\n') password.pop_back();
     }
+    if (!password.empty() && password.back() == '\r') password.pop_back();
+    if (moreLines || password.find_first_of("\r\n") != std::string::npos)
+        problem = "the password on standard input has more than one line";
+    else if (password.find('\0') != std::string::npos)
+        problem = "the password holds a NUL byte, which no client can send";
+    else if (!text::isValidUtf8(password))
+        problem = "the password is not UTF-8 text, which no client can send";
     return password;
+}
+
+// Tells a running Velmora that the login changed, and says what that did.
+void applyToRunningServer(bool cleared) {
+    // Long enough for the running server's stop (its grace period) before the answer.
+    auto answer = platform::askRunningVelmora(platform::InstanceRequest::loginChanged, 30.0);
+    if (answer == "restarted")
+        std::puts(cleared ? "The running server was restarted without a Windows login."
+                          : "The running server was restarted with the new Windows login.");
+    else
+        std::puts("Takes effect when the server next starts.");
+}
+
+int loginSet(const std::string& userField) {
+    if (userField.find_first_not_of(" \t") == std::string::npos) {
+        std::fputs("velmora: the user name is empty; \"velmora login clear\" removes the Windows login\n", stderr);
+        return 1;
+    }
+    if (!text::isValidUtf8(userField)) {
+        std::fputs("velmora: the user name is not UTF-8 text\n", stderr);
+        return 1;
+    }
+    std::string problem;
+    std::string password = readPassword(problem);
+    if (!problem.empty()) {
+        std::fprintf(stderr, "velmora: %s; nothing was changed\n", problem.c_str());
+        return 1;
+    }
+    // No password renames the stored login, as in the settings window; but say so.
+    const bool renaming = password.empty();
+    if (renaming && !NLALogin::load()) {
+        std::fputs("velmora: no password on standard input; a new Windows login needs one\n", stderr);
+        return 1;
+    }
+    if (auto message = LoginForm::apply(userField, password)) {
+        std::fprintf(stderr, "%s\n", message->c_str());
+        return 1;
+    }
+    if (renaming)
+        std::printf("No password given: kept the stored password, now under the name %s.\n",
+                    NLALogin::user(NLALogin::load()).value_or(userField).c_str());
+    applyToRunningServer(false);
+    return 0;
 }
 
 int login(int argc, char** argv) {
@@ -81,17 +148,15 @@ int login(int argc, char** argv) {
         return 0;
     }
     if (action == "clear" && argc == 3) {
-        NLALogin::clear();
-        return 0;
-    }
-    if (action == "set" && argc == 4) {
-        std::string password = readPassword();
-        if (auto message = LoginForm::apply(argv[3], password)) {
-            std::fprintf(stderr, "%s\n", message->c_str());
-            return 1;
+        if (!NLALogin::load()) {
+            std::puts("No Windows login is stored.");
+            return 0;
         }
+        NLALogin::clear();
+        applyToRunningServer(true);
         return 0;
     }
+    if (action == "set" && argc == 4) return loginSet(argv[3]);
     return usageError();
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace velmora::platform::AppLog {
@@ -34,7 +35,7 @@ void writeTo(const std::string& logPath, const std::string& message) {
     if (logPath.empty()) return;
     std::string text = line(message, std::chrono::system_clock::now());
     // O_APPEND makes the single write land at the end, whoever else appends meanwhile.
-    int fd = ::open(logPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    int fd = openForAppend(logPath);
     if (fd < 0) return;
     std::size_t written = 0;
     while (written < text.size()) {
@@ -47,5 +48,18 @@ void writeTo(const std::string& logPath, const std::string& message) {
 }
 
 void write(const std::string& message) { writeTo(path(), message); }
+
+int openForAppend(const std::string& logPath) {
+    int fd = ::open(logPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0644);
+    if (fd < 0) return -1;
+    struct stat info{};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        return -1;
+    }
+    // Blocking again: the server inherits this descriptor as its output.
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    return fd;
+}
 
 }  // namespace velmora::platform::AppLog

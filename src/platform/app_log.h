@@ -24,4 +24,9 @@ void write(const std::string& message);
 // The same, for a log at another path.
 void writeTo(const std::string& logPath, const std::string& message);
 
+// Opens (creating it when missing) a log for appending, close-on-exec: the descriptor, or -1. Only
+// a regular file is kept open; a FIFO or a device in its place is refused, and opening never waits
+// (a FIFO without a reader would block the caller for good).
+int openForAppend(const std::string& logPath);
+
 }  // namespace velmora::platform::AppLog

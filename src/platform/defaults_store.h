@@ -1,7 +1,8 @@
 #pragma once
 // The user's defaults store: typed values under string keys, re-read on every access, with an
 // in-memory layer of registered defaults that is consulted after the stored values and never
-// written. Linux keeps one JSON object in a file; macOS uses the user defaults of a domain.
+// written. Linux keeps one JSON object in a file (platform/linux/defaults_store_file.cpp says what
+// happens when it cannot be read); macOS uses the user defaults of a domain.
 
 #include <cstdint>
 #include <map>
@@ -29,6 +30,10 @@ public:
     std::optional<DefaultsValue> object(const std::string& key) const;
     // Only what is stored, ignoring registered defaults.
     std::optional<DefaultsValue> storedObject(const std::string& key) const;
+    // False while the stored values cannot be read and none were read earlier in this run (Linux: an
+    // unreadable file at start-up): the readings are then the registered defaults, a guess at what
+    // the user chose, and nothing the user may have turned off (usage pings) may act on them.
+    bool storedValuesKnown() const;
 
     // Typed readings: 0, false or absent for a missing key; numbers and numeric text convert
     // (3.9 reads as the integer 3, "12" as 12, "abc" as 0; a non-zero number reads as true).
@@ -38,7 +43,8 @@ public:
     // Only a text value reads as text: anything else is absent.
     std::optional<std::string> string(const std::string& key) const;
 
-    // Writes or removes one key; false when the store could not be written (nothing is lost then).
+    // Writes or removes one key, only when that changes what is stored; false when the store could
+    // not be written (nothing is lost then).
     bool set(const std::string& key, const DefaultsValue& value);
     bool remove(const std::string& key);
 

@@ -91,7 +91,7 @@ void ServerSupervisor::launchServer(const std::string& cli) {
         platform::AppLog::write(
             "removed the server certificate without a name; the server makes a new one (clients will ask to trust it once)");
     // Without a log the server still runs, its output discarded.
-    int logFd = ::open(logPath().c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    int logFd = platform::AppLog::openForAppend(logPath());
     std::optional<int> output = logFd >= 0 ? std::optional<int>(logFd) : std::nullopt;
     // The environment may hold the Windows login: never logged.
     platform::AppLog::write("starting Velmora Server: " + text::join(plan.arguments, " "));

@@ -196,9 +196,12 @@ std::optional<std::string> output(const std::string& path, const std::vector<std
 
 std::vector<pid_t> findProcesses(const std::string& executableSuffix) {
     const pid_t own = ::getpid();
+    const uid_t user = ::getuid();
     std::vector<pid_t> found;
     for (pid_t pid : platform::allProcessIds()) {
         if (pid < 1 || pid == own) continue;
+        // Only this user's: a Velmora run as root must leave other users' servers alone.
+        if (platform::realUserOf(pid) != user) continue;
         // Processes whose path can't be read (other users', ended ones) are skipped.
         std::string executable = platform::executablePathOf(pid);
         if (executable.empty()) continue;

@@ -44,13 +44,13 @@ std::shared_ptr<SpawnedProcess> start(const std::string& path, const std::vector
 std::optional<std::string> output(const std::string& path, const std::vector<std::string>& arguments,
                                   const Environment& environment, double timeout);
 
-// The processes other than this one whose executable path ends with `executableSuffix`, in list
-// order; nothing is signalled.
+// The processes of this user (same real user id) other than this one whose executable path ends
+// with `executableSuffix`, in list order; nothing is signalled.
 std::vector<pid_t> findProcesses(const std::string& executableSuffix);
-// The Velmora servers running on this machine (of this user, unless we may inspect others').
+// This user's Velmora servers.
 std::vector<pid_t> findServers();
 
-// Ends every process (other than this one) whose executable path ends with `executableSuffix`:
+// Ends every process that findProcesses(executableSuffix) finds:
 // SIGTERM to all, then SIGKILL to those still there after 20 seconds each. Returns how many were
 // found. Blocks the caller.
 int stopLeftovers(const std::string& executableSuffix);

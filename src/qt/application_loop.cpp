@@ -1,5 +1,6 @@
 #include "qt/application_loop.h"
 
+#include "platform/instance_socket.h"
 #include "platform/paths.h"
 #include "qt/instance_channel.h"
 #include "qt/qt_main_queue.h"
@@ -20,8 +21,20 @@ int runApplication(AppView& view, Desktop& desktop, std::shared_ptr<AppDelegate>
         std::fputs("velmora: cannot watch for SIGTERM\n", stderr);
         return 1;
     }
-    InstanceChannel channel([&delegate] {
-        if (delegate) delegate->openSettings();
+    InstanceChannel channel([&delegate](const std::string& request) -> std::string {
+        namespace Request = platform::InstanceRequest;
+        if (!delegate) return "starting";
+        if (request == Request::settings) {
+            delegate->openSettings();
+            return "ok";
+        }
+        if (request == Request::loginChanged) {
+            // The login is read afresh at each launch: only a running server holds an old one.
+            if (!delegate->supervisor()->running()) return "unchanged";
+            delegate->supervisor()->restartServer();
+            return "restarted";
+        }
+        return "unknown request";
     });
 
     platform::makeDirectories(platform::logDirectory());

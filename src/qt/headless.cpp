@@ -16,9 +16,17 @@ std::string alreadyRunningText() {
     return "Velmora is already running" + (pid ? " (pid " + std::to_string(*pid) + ")" : std::string());
 }
 
+int refuseRuntimeFolder(const std::string& problem) {
+    std::fprintf(stderr, "velmora: not started: %s (Velmora keeps its lock and socket only in a folder of its own)\n",
+                 problem.c_str());
+    return 1;
+}
+
 int runHeadless(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    auto lock = platform::InstanceLock::acquire();
+    std::string problem;
+    auto lock = platform::InstanceLock::acquire(problem);
+    if (!lock && !problem.empty()) return refuseRuntimeFolder(problem);
     if (!lock) {
         std::fprintf(stderr, "velmora: %s; not starting a second one\n", alreadyRunningText().c_str());
         return 1;

@@ -12,4 +12,7 @@ int runHeadless(int argc, char** argv);
 // "Velmora is already running (pid N)", for a second launch.
 std::string alreadyRunningText();
 
+// Says why the runtime folder cannot hold the lock (`problem` names the path); the exit status.
+int refuseRuntimeFolder(const std::string& problem);
+
 }  // namespace velmora

@@ -2,10 +2,10 @@
 
 #include "app/app_delegate.h"
 #include "platform/instance_lock.h"
+#include "platform/instance_socket.h"
 #include "platform/system_info.h"
 #include "qt/application_loop.h"
 #include "qt/headless.h"
-#include "qt/instance_channel.h"
 #include "qt/qt_desktop.h"
 #include "qt/tray_view.h"
 
@@ -16,11 +16,12 @@
 namespace velmora {
 
 int runTray(int argc, char** argv) {
-    auto lock = platform::InstanceLock::acquire();
+    std::string problem;
+    auto lock = platform::InstanceLock::acquire(problem);
+    if (!lock && !problem.empty()) return refuseRuntimeFolder(problem);
     if (!lock) {
         // A second launch needs no display: it only speaks to the first one.
-        QCoreApplication app(argc, argv);
-        if (InstanceChannel::askToOpenSettings()) return 0;
+        if (platform::askRunningVelmora(platform::InstanceRequest::settings, 3.0) == "ok") return 0;
         std::fprintf(stderr, "velmora: %s but does not answer\n", alreadyRunningText().c_str());
         return 1;
     }

@@ -22,8 +22,13 @@ UsageService::UsageService(MainQueue& mainQueue, platform::DefaultsStore& store,
     if (!options_.serverBase) options_.serverBase = [] { return serviceBaseURL(); };
 }
 
+bool UsageService::pingsAllowed() const {
+    // A setting that could not be read is no consent: the registered default would say "on".
+    return store_.storedValuesKnown() && store_.boolean(Key::usagePing);
+}
+
 void UsageService::usageTick(bool running) {
-    if (!store_.boolean(Key::usagePing)) return;
+    if (!pingsAllowed()) return;
     const std::int64_t port = store_.integer(Key::port);
     std::weak_ptr<UsageService> weak = weak_from_this();
     ClientCounter count = options_.countClients;
@@ -38,7 +43,7 @@ void UsageService::usageTick(bool running) {
 
 void UsageService::counted(int clients) {
     ++ticksCounted_;
-    if (!ping_->tick(clients)) return;
+    if (!ping_->tick(clients) || !pingsAllowed()) return;
     std::optional<ServerStats> stats;
     if (auto bytes = files::readWhole(options_.statsPath())) stats = ServerStats::fromJSON(*bytes);
     ping_->send(clients >= 1, options_.serverBase(), stats);

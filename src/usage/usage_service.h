@@ -1,7 +1,8 @@
 #pragma once
-// The usage half of the application's minute tick: while "usagePing" is on, count the clients
-// connected to the server (in the background), tell the UsagePing, and when a report is due read
-// the server's statistics file and send it.
+// The usage half of the application's minute tick: while "usagePing" is on (read from the user's
+// settings, not guessed: see DefaultsStore::storedValuesKnown), count the clients connected to the
+// server (in the background), tell the UsagePing, and when a report is due read the server's
+// statistics file and send it.
 
 #include "core/main_queue.h"
 #include "platform/defaults_store.h"
@@ -41,6 +42,8 @@ private:
     UsageService(MainQueue& mainQueue, platform::DefaultsStore& store, std::shared_ptr<UsagePing> ping,
                  Options options);
     void counted(int clients);
+    // "usagePing" is on, read from the user's settings rather than guessed.
+    bool pingsAllowed() const;
 
     MainQueue& mainQueue_;
     platform::DefaultsStore& store_;

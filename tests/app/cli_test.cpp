@@ -1,9 +1,11 @@
+#include "support/keyring.h"
 #include "support/run_command.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <tuple>
 
 using namespace velmora;
 
@@ -91,4 +93,34 @@ TEST(CommandLine, CertificateShowsWhatOpensslShowsOrSaysThereIsNoneYet) {
               "Valid until: " + opensslValue({"x509", "-in", cert, "-noout", "-enddate", "-dateopt", "iso_8601"}) + "\n"
               "SHA-256 fingerprint: " + sha256 + "\n"
               "SHA-1 fingerprint (thumbprint): " + sha1 + "\n");
+}
+
+// `login set` refuses what cannot work (a refusal leaves the stored login as it was) and says what
+// it did.
+TEST(CommandLine, LoginSetRefusesWhatCannotWorkAndSaysWhatItDid) {
+    VELMORA_REQUIRE_KEYRING();
+    test::TempHome home;
+    auto login = [](std::vector<std::string> arguments, const std::string& input) {
+        arguments.insert(arguments.begin(), {test::builtExecutable("bin/velmora"), "login"});
+        return test::runCommand(arguments, {}, input);
+    };
+    ASSERT_EQ(login({"set", "anna"}, "secret\n").exitCode, 0);
+    const std::vector<std::tuple<std::string, std::string, std::string>> refusals = {
+        {" ", "secret\n", "the user name is empty; \"velmora login clear\" removes the Windows login"},
+        {"anna", "first\nsecond\n", "the password on standard input has more than one line"},
+        {"anna", std::string("pa\0ss\n", 6), "the password holds a NUL byte"},
+        {"anna", "caf\xe9\n", "the password is not UTF-8 text"},
+        {"b\xffo", "secret\n", "the user name is not UTF-8 text"},
+    };
+    for (const auto& [user, input, message] : refusals) {
+        auto refused = login({"set", user}, input);
+        EXPECT_EQ(refused.exitCode, 1) << message;
+        EXPECT_NE(refused.err.find(message), std::string::npos) << refused.err;
+    }
+    EXPECT_EQ(login({"show"}, "").out, "anna\n");
+    auto renamed = login({"set", "bob"}, "");
+    EXPECT_EQ(renamed.exitCode, 0) << renamed.err;
+    EXPECT_EQ(renamed.out, "No password given: kept the stored password, now under the name bob.\n"
+                           "Takes effect when the server next starts.\n");
+    login({"clear"}, "");
 }

@@ -1,9 +1,11 @@
 // Runs the real `velmora --headless` with a shell script as its server: one Velmora per user.
 
 #include "core/environment.h"
+#include "platform/instance_socket.h"
 #include "platform/paths.h"
 #include "process/spawn.h"
 #include "support/e2e_harness.h"
+#include "support/keyring.h"
 #include "support/run_command.h"
 #include "support/temp_home.h"
 
@@ -12,7 +14,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fcntl.h>
+#include <functional>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using namespace velmora;
@@ -95,4 +101,123 @@ TEST_F(HeadlessTest, OneVelmoraPerUserAndACrashedOneDoesNotBlockTheNext) {
     ::kill(third->pid(), SIGTERM);
     ASSERT_TRUE(third->wait(30));
     EXPECT_EQ(third->exitCode(), 0);
+}
+
+// Another user can make /tmp/velmora-<uid> first (when XDG_RUNTIME_DIR is unset): Velmora keeps its
+// lock and socket only in a real folder of its own, and never writes through a planted link.
+TEST_F(HeadlessTest, KeepsItsLockOnlyInAPrivateFolderOfItsOwn) {
+    namespace fs = std::filesystem;
+    const std::string folder = home.runtimeDir() + "/velmora";
+    if (platform::runtimeDirectory() != folder) GTEST_SKIP() << "the runtime folder is not $XDG_RUNTIME_DIR/velmora here";
+    const std::string precious = home.path() + "/precious.txt";
+    writeFile(precious, "precious");
+    fs::create_directories(home.path() + "/elsewhere");
+    const std::vector<std::pair<std::function<bool()>, std::string>> plantings = {
+        {[&] { fs::create_directories(folder);
+               fs::create_symlink(precious, folder + "/velmora.lock");
+               return true; }, folder + "/velmora.lock is a symbolic link"},
+        {[&] { fs::create_directory_symlink(home.path() + "/elsewhere", folder); return true; },
+         folder + " is a symbolic link"},
+        {[&] { writeFile(folder, ""); return true; }, folder + " is not a folder"},
+        // Only root can hand a folder to another user here.
+        {[&] { return fs::create_directories(folder) && ::chown(folder.c_str(), 65534, 65534) == 0; },
+         folder + " belongs to another user (uid 65534)"},
+    };
+    for (const auto& [plant, problem] : plantings) {
+        fs::remove_all(folder);
+        if (!plant()) continue;
+        auto velmora = startVelmora("refused");
+        ASSERT_TRUE(velmora->wait(20)) << problem;
+        EXPECT_EQ(velmora->exitCode(), 1);
+        EXPECT_NE(readFile(errPath).find("velmora: not started: " + problem), std::string::npos) << readFile(errPath);
+        EXPECT_EQ(readFile(precious), "precious");
+    }
+    // Its own folder, open to others: made private, then used.
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    fs::permissions(folder, fs::perms::all);
+    auto velmora = startVelmora("open");
+    EXPECT_TRUE(test::eventually([&] { return fs::is_socket(folder + "/velmora.socket"); }, 20)) << readFile(errPath);
+    EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
+    ::kill(velmora->pid(), SIGTERM);
+    EXPECT_TRUE(velmora->wait(30));
+}
+
+namespace {
+
+int connectTo(const std::string& path) {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ::fcntl(fd, F_SETFL, O_NONBLOCK);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    [[maybe_unused]] int connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    return fd;
+}
+
+}  // namespace
+
+// Idle connections, an endless request and running out of descriptors never silence the socket a
+// second launch speaks to.
+TEST_F(HeadlessTest, TheSocketOutlastsIdleConnectionsEndlessRequestsAndLackOfDescriptors) {
+    if (!std::filesystem::exists("/proc/self/fd")) GTEST_SKIP() << "needs /proc to count descriptors";
+    const std::string socket = platform::socketPath();
+    auto velmora = startVelmora("err");
+    ASSERT_TRUE(test::eventually([&] { return std::filesystem::is_socket(socket); }, 20)) << readFile(errPath);
+    int endless = connectTo(socket);
+    const std::string noLineEnd(65536, 'x');
+    [[maybe_unused]] ssize_t sent = ::send(endless, noLineEnd.data(), noLineEnd.size(), 0);
+    pollfd answer{endless, POLLIN, 0};
+    char byte = 0;
+    EXPECT_TRUE(::poll(&answer, 1, 10000) == 1 && ::read(endless, &byte, 1) <= 0) << "the endless request was cut off";
+    // Three descriptors to spare: the idle connections run Velmora out of them.
+    const auto open = std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(velmora->pid()) + "/fd"),
+                                    std::filesystem::directory_iterator());
+    const std::string limit = std::to_string(open + 3);
+    ASSERT_EQ(test::runCommand({"/usr/bin/prlimit", "--pid", std::to_string(velmora->pid()), "--nofile=" + limit})
+                  .exitCode, 0);
+    std::vector<int> idle;
+    for (int i = 0; i < 100; ++i) idle.push_back(connectTo(socket));
+
+    auto second = test::runCommand({test::builtExecutable("bin/velmora")});
+    EXPECT_EQ(second.exitCode, 0) << second.err;
+    for (int fd : idle) ::close(fd);
+    ::close(endless);
+    ::kill(velmora->pid(), SIGTERM);
+    EXPECT_TRUE(velmora->wait(30));
+}
+
+// `velmora login set` and `login clear` reach a running server through the running Velmora.
+TEST_F(HeadlessTest, LoginChangesRestartTheRunningServer) {
+    VELMORA_REQUIRE_KEYRING();
+    const std::string noted = home.path() + "/server.pid";
+    // The server notes its pid and the user of the Windows login it was given.
+    test::writeScript(server, "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
+                              "echo \"$$ ${MAC_SHADOW_NLA%%:*}\" > '" + noted + ".new' && mv '" + noted + ".new' '" +
+                              noted + "'\nexec sleep 1000\n");
+    auto velmora = startVelmora("err");
+    ASSERT_TRUE(test::eventually([&] { return test::fileExists(noted); }, 20)) << log();
+    const std::string velmoraCli = test::builtExecutable("bin/velmora");
+    struct Step {
+        std::vector<std::string> arguments;
+        std::string said;
+        std::string serverUser;
+    };
+    for (const Step& step : {Step{{"set", "anna"}, "The running server was restarted with the new Windows login.\n", "anna"},
+                             Step{{"clear"}, "The running server was restarted without a Windows login.\n", ""}}) {
+        const std::string before = readFile(noted);
+        std::vector<std::string> argv = {velmoraCli, "login"};
+        argv.insert(argv.end(), step.arguments.begin(), step.arguments.end());
+        auto result = test::runCommand(argv, {}, "secret\n");
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.out, step.said);
+        const std::string restarted = " " + step.serverUser + "\n";
+        EXPECT_TRUE(test::eventually([&] { return readFile(noted) != before && readFile(noted).ends_with(restarted); }, 20))
+            << readFile(noted) << log();
+    }
+    ::kill(velmora->pid(), SIGTERM);
+    ASSERT_TRUE(velmora->wait(30));
+    auto idle = test::runCommand({velmoraCli, "login", "set", "anna"}, {}, "secret\n");
+    EXPECT_EQ(idle.out, "Takes effect when the server next starts.\n");
+    test::runCommand({velmoraCli, "login", "clear"});
 }

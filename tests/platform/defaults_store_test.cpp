@@ -1,13 +1,18 @@
+#include "platform/app_log.h"
 #include "platform/defaults_store.h"
 #include "platform/login_item.h"
 #include "platform/paths.h"
+#include "support/log_lines.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <thread>
 #include <unistd.h>
 #include <sys/stat.h>
@@ -69,27 +74,76 @@ TEST(DefaultsStore, ReadingsConvertBetweenTypesLikeTheCocoaDefaults) {
     EXPECT_EQ(store.string("n"), std::nullopt) << "only text reads as text";
 }
 
-TEST(DefaultsStore, ACorruptFileReadsAsEmptyUntouchedAndIsKeptAsideByTheNextWrite) {
+// A file that cannot be read never makes Velmora guess: it keeps the values read before, its own
+// log says so once, and only a real change keeps the file aside and writes, through a link too.
+TEST(DefaultsStore, AnUnreadableFileKeepsTheLastValuesReadAndOnlyChangesAreWritten) {
     test::TempHome home;
+    std::filesystem::create_directories(home.stateHome() + "/velmora");
+    const std::string folder = home.configHome() + "/velmora";
     DefaultsStore store;
-    const std::string corrupt = "{\"port\": 3390, \"audio\": tru";
-    test::writeFile(store.location(), corrupt);
-    // Reads leave a half-saved file where it is: the editor's next save completes it.
-    EXPECT_FALSE(store.object("port"));
-    EXPECT_EQ(test::readFile(store.location()), corrupt);
-    EXPECT_TRUE(keptAside(home.configHome() + "/velmora").empty());
+    store.registerDefaults({{"port", std::int64_t{3389}}, {"usagePing", true}});
+    const std::string halfWritten = "{\"port\": 34003, \"usagePing\": fal";
+    const std::string good = R"({"port": 34003, "usagePing": false})";
+    test::writeFile(store.location(), halfWritten);
+    EXPECT_FALSE(store.storedValuesKnown()) << "nothing read yet: the defaults are a guess";
+    test::writeFile(store.location(), good);
+    ASSERT_EQ(store.integer("port"), 34003);
 
-    ASSERT_TRUE(store.set("fps", std::int64_t{60}));
-    auto aside = keptAside(home.configHome() + "/velmora");
-    ASSERT_EQ(aside.size(), 1u);
-    EXPECT_EQ(test::readFile(aside[0]), corrupt);
-    EXPECT_EQ(store.integer("fps"), 60);
+    const std::vector<std::function<void()>> breakings = {
+        [&] { test::writeFile(store.location(), halfWritten); },
+        [&] { test::writeFile(store.location(), "[1, 2, 3]"); },
+        [&] { test::writeFile(store.location(), ""); },
+        [&] { test::writeFile(store.location(), R"({"port": 1, "pad": ")" + std::string(1 << 20, 'x') + "\"}"); },
+        [&] { std::filesystem::remove(store.location()); std::filesystem::create_directory(store.location()); },
+    };
+    for (std::size_t i = 0; i < breakings.size(); ++i) {
+        breakings[i]();
+        EXPECT_EQ(store.integer("port"), 34003) << i;
+        EXPECT_FALSE(store.boolean("usagePing")) << i;
+        EXPECT_TRUE(store.storedValuesKnown()) << i;
+        std::filesystem::remove_all(store.location());
+        test::writeFile(store.location(), good);
+        EXPECT_EQ(store.integer("port"), 34003) << i;
+    }
+    const auto log = test::logMessages();
+    auto notices = std::count_if(log.begin(), log.end(), [&](const std::string& m) {
+        return m.rfind("the settings file " + store.location() + " cannot be read (", 0) == 0;
+    });
+    EXPECT_EQ(notices, 1 + static_cast<long>(breakings.size())) << "once per problem";
 
-    // A second corruption gets its own name; the first copy stays.
-    test::writeFile(store.location(), "[1, 2, 3]");
+    // Reads leave a half-saved file where it is; a change keeps it aside, then writes.
+    test::writeFile(store.location(), halfWritten);
+    ASSERT_TRUE(store.set("port", std::int64_t{34003}));
+    EXPECT_EQ(test::readFile(store.location()), halfWritten) << "the same value: nothing written";
     ASSERT_TRUE(store.set("fps", std::int64_t{24}));
-    EXPECT_EQ(keptAside(home.configHome() + "/velmora").size(), 2u);
-    EXPECT_EQ(store.integer("fps"), 24);
+    auto aside = keptAside(folder);
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_EQ(test::readFile(aside[0]), halfWritten);
+    EXPECT_EQ(nlohmann::json::parse(test::readFile(store.location())),
+              nlohmann::json::parse(R"({"port": 34003, "usagePing": false, "fps": 24})"));
+
+    // Through a symbolic link: the link stays, the file it names is replaced.
+    std::filesystem::create_directories(home.path() + "/dotfiles");
+    std::filesystem::rename(store.location(), home.path() + "/dotfiles/velmora.json");
+    std::filesystem::create_symlink("../../dotfiles/velmora.json", store.location());
+    ASSERT_TRUE(store.set("fps", std::int64_t{30}));
+    EXPECT_TRUE(std::filesystem::is_symlink(store.location()));
+    EXPECT_EQ(nlohmann::json::parse(test::readFile(home.path() + "/dotfiles/velmora.json"))["fps"], 30);
+}
+
+// A FIFO in place of the log would hang the writer (no reader) or swallow the lines.
+TEST(AppLog, WritesOnlyIntoARegularFileAndNeverWaits) {
+    test::TempHome home;
+    const std::string log = velmora::platform::AppLog::path();
+    std::filesystem::create_directories(home.stateHome() + "/velmora");
+    ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0);
+    int reader = ::open(log.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    velmora::platform::AppLog::write("into a FIFO");
+    char byte = 0;
+    EXPECT_LE(::read(reader, &byte, 1), 0) << "nothing written into the FIFO";
+    ::close(reader);
+    velmora::platform::AppLog::write("with no reader");
+    EXPECT_EQ(velmora::platform::AppLog::openForAppend(log), -1);
 }
 
 TEST(DefaultsStore, ValuesOfOtherKindsAreIgnoredOnReadAndPreservedOnWrite) {

@@ -3,6 +3,8 @@
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
+#include <fstream>
+#include <sstream>
 #include <unistd.h>
 
 namespace velmora::platform {
@@ -30,6 +32,21 @@ std::string executablePathOf(pid_t pid) {
     constexpr const char* deleted = " (deleted)";
     if (path.size() > 10 && path.compare(path.size() - 10, 10, deleted) == 0) path.resize(path.size() - 10);
     return path;
+}
+
+std::optional<uid_t> realUserOf(pid_t pid) {
+    // "Uid:" then the real, effective, saved and file-system ids. The folder's owner would not do:
+    // a process that made itself non-dumpable shows as root's there.
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("Uid:", 0) != 0) continue;
+        unsigned long uid = 0;
+        std::istringstream fields(line.substr(4));
+        if (fields >> uid) return static_cast<uid_t>(uid);
+        return std::nullopt;
+    }
+    return std::nullopt;
 }
 
 }  // namespace velmora::platform

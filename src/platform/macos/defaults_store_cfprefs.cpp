@@ -87,6 +87,9 @@ std::optional<DefaultsValue> DefaultsStore::storedObject(const std::string& key)
     return result;
 }
 
+// CFPreferences reads its own files and never hands back a guess.
+bool DefaultsStore::storedValuesKnown() const { return true; }
+
 bool DefaultsStore::set(const std::string& key, const DefaultsValue& value) {
     return change(location_, key, &value);
 }

@@ -20,4 +20,11 @@ std::string executablePathOf(pid_t pid) {
     return std::string(buffer);
 }
 
+std::optional<uid_t> realUserOf(pid_t pid) {
+    proc_bsdinfo info{};
+    int size = proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, static_cast<int>(sizeof info));
+    if (size != static_cast<int>(sizeof info)) return std::nullopt;
+    return static_cast<uid_t>(info.pbi_ruid);
+}
+
 }  // namespace velmora::platform
