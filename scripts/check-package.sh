@@ -30,7 +30,7 @@ for name in Maintainer Description Section; do
 done
 depends=$(field Depends)
 # Run-time programs and plugins, then a few libraries that prove dpkg-shlibdeps ran.
-for dep in freerdp2-shadow-x11 lsof libqt6svg6 qt6-qpa-plugins libc6 libqt6core6 libssl3 libcurl4 \
+for dep in libfreerdp-shadow2-2 libfreerdp-shadow-subsystem2-2 lsof libqt6svg6 qt6-qpa-plugins libc6 libqt6core6 libssl3 libcurl4 \
            libsecret-1-0 libre2-9 libx11-6 libxtst6; do
   grep -Eq "(^|, )$dep( |,|$)" <<<"$depends" || fail "Depends lacks $dep: $depends"
 done
@@ -117,7 +117,7 @@ home="$work/home"
 mkdir -p "$home"
 # A private home; no session bus, so the keyring answers "not there" at once.
 run() {
-  env -u KORVEN_CLI -u VELMORA_SHADOW_SERVER HOME="$home" XDG_CONFIG_HOME="$home/config" \
+  env -u KORVEN_CLI HOME="$home" XDG_CONFIG_HOME="$home/config" \
     XDG_STATE_HOME="$home/state" XDG_DATA_HOME="$home/data" \
     DBUS_SESSION_BUS_ADDRESS="unix:path=$work/no-bus" "$@"
 }

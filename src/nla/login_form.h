@@ -8,8 +8,8 @@
 namespace velmora::LoginForm {
 
 inline constexpr const char* alertTitle = "Windows login";
-inline constexpr const char* badNameOrKeyring =
-    "The Windows login user name must not be empty or contain : \\ or @ (and the Keychain must be available).";
+// The store's refusal, naming this platform's keyring.
+std::string badNameOrKeyring();
 inline constexpr const char* passwordNeeded =
     "Type a password for the Windows login (or clear the user name to leave it off).";
 inline constexpr const char* badName = "The Windows login user name must not contain : \\ or @.";

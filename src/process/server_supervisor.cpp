@@ -11,7 +11,6 @@
 #include "settings/launch_plan.h"
 
 #include <cmath>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace velmora {

@@ -94,7 +94,7 @@ TEST_F(LoginStore, OddItemsLoadAsAbsentOrAsTheyAre) {
 TEST_F(LoginStore, TheLoginFormSaysWhatTheSettingsWindowSays) {
     using namespace velmora::LoginForm;
     EXPECT_EQ(apply("anna", ""), std::string(passwordNeeded));
-    EXPECT_EQ(apply("anna@corp", "pw"), std::string(badNameOrKeyring));
+    EXPECT_EQ(apply("anna@corp", "pw"), badNameOrKeyring());
     EXPECT_EQ(NLALogin::load(), std::nullopt);
 
     EXPECT_EQ(apply("\tanna ", "pw"), std::nullopt);
@@ -121,7 +121,7 @@ TEST_F(LoginStore, TheCommandLineSetsShowsAndClearsTheLogin) {
 
     auto refused = runCommand({velmora, "login", "set", "DOMAIN\\anna"}, {}, "pw\n");
     EXPECT_NE(refused.exitCode, 0);
-    EXPECT_EQ(refused.err, std::string(velmora::LoginForm::badNameOrKeyring) + "\n");
+    EXPECT_EQ(refused.err, velmora::LoginForm::badNameOrKeyring() + "\n");
     EXPECT_EQ(show(), "anna\n") << "a refused name leaves the stored login alone";
 
     EXPECT_EQ(runCommand({velmora, "login", "clear"}).exitCode, 0);
@@ -138,7 +138,7 @@ TEST(LoginWithoutKeyring, SaveFailsAndLoadIsAbsent) {
         {"XDG_RUNTIME_DIR", home.path()}};
     auto set = runCommand({velmora, "login", "set", "anna"}, noBus, "pw\n");
     EXPECT_EQ(set.exitCode, 1);
-    EXPECT_EQ(set.err, std::string(velmora::LoginForm::badNameOrKeyring) + "\n");
+    EXPECT_EQ(set.err, velmora::LoginForm::badNameOrKeyring() + "\n");
     auto show = runCommand({velmora, "login", "show"}, noBus);
     EXPECT_EQ(show.exitCode, 0);
     EXPECT_EQ(show.out, "not set\n");

@@ -57,9 +57,9 @@ std::vector<pid_t> allPids() {
 }  // namespace
 
 std::string missingE2ePrerequisite() {
-    for (const char* path : {"/usr/bin/Xvfb", "/usr/bin/xfreerdp", "/usr/bin/freerdp-shadow-cli", "/usr/bin/openssl"})
+    for (const char* path : {"/usr/bin/Xvfb", "/usr/bin/xfreerdp", "/usr/bin/openssl"})
         if (::access(path, X_OK) != 0)
-            return std::string(path) + " is missing (install xvfb, freerdp2-x11, freerdp2-shadow-x11, openssl)";
+            return std::string(path) + " is missing (install xvfb, freerdp2-x11, openssl)";
     return {};
 }
 

@@ -26,7 +26,14 @@ std::string executablePathOf(pid_t pid) {
     char buffer[4096];
     std::string link = "/proc/" + std::to_string(pid) + "/exe";
     ssize_t n = ::readlink(link.c_str(), buffer, sizeof buffer);
-    if (n <= 0 || n >= static_cast<ssize_t>(sizeof buffer)) return {};
+    if (n <= 0 || n >= static_cast<ssize_t>(sizeof buffer)) {
+        // A process that made itself non-dumpable (velmora-server, which holds the NT hash) hides
+        // its exe link even from its own user; the path it was started by is still in cmdline.
+        std::ifstream cmdline("/proc/" + std::to_string(pid) + "/cmdline");
+        std::string first;
+        std::getline(cmdline, first, '\0');
+        return !first.empty() && first[0] == '/' ? first : std::string();
+    }
     std::string path(buffer, static_cast<std::size_t>(n));
     // A replaced or deleted executable reads "<path> (deleted)"; the path is still the one it ran from.
     constexpr const char* deleted = " (deleted)";
