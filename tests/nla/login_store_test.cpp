@@ -108,26 +108,6 @@ TEST_F(LoginStore, TheLoginFormSaysWhatTheSettingsWindowSays) {
     EXPECT_EQ(NLALogin::load(), std::nullopt);
 }
 
-TEST_F(LoginStore, TheCommandLineSetsShowsAndClearsTheLogin) {
-    const std::string velmora = velmora::test::builtExecutable("bin/velmora");
-    auto show = [&] { return runCommand({velmora, "login", "show"}).out; };
-    EXPECT_EQ(show(), "not set\n");
-
-    auto set = runCommand({velmora, "login", "set", "anna"}, {}, "s3cret pass\n");
-    EXPECT_EQ(set.exitCode, 0) << set.err;
-    EXPECT_EQ(show(), "anna\n");
-    EXPECT_EQ(NLALogin::load(), "anna:" + NLALogin::ntHashHex("s3cret pass"));
-    EXPECT_EQ(set.out.find("s3cret"), std::string::npos);
-
-    auto refused = runCommand({velmora, "login", "set", "DOMAIN\\anna"}, {}, "pw\n");
-    EXPECT_NE(refused.exitCode, 0);
-    EXPECT_EQ(refused.err, velmora::LoginForm::badNameOrKeyring() + "\n");
-    EXPECT_EQ(show(), "anna\n") << "a refused name leaves the stored login alone";
-
-    EXPECT_EQ(runCommand({velmora, "login", "clear"}).exitCode, 0);
-    EXPECT_EQ(show(), "not set\n");
-}
-
 // With no keyring reachable at all, saving fails and loading finds nothing, without hanging.
 TEST(LoginWithoutKeyring, SaveFailsAndLoadIsAbsent) {
     velmora::test::TempHome home;
