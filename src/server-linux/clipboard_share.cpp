@@ -7,10 +7,21 @@
 #include <freerdp/server/shadow.h>
 
 #include <algorithm>
-#include <cstring>
 #include <chrono>
+#include <cstring>
 
 namespace velmora::ServerHelper {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long a client's list must stand before its text is asked for.
+constexpr auto settleTime = std::chrono::milliseconds(250);
+// How long a request for the client's text may stay unanswered before a newer one is sent.
+constexpr auto unansweredTime = std::chrono::seconds(10);
+
+}  // namespace
 
 struct ClipboardShare::Peer {
     Peer(CliprdrServerContext* context, rdpShadowClient* client) : context(context), client(client) {}
@@ -19,29 +30,33 @@ struct ClipboardShare::Peer {
     bool listed = false;  // its first format list came: from now on either side may announce
     int waiting = 0;      // its requests for the local text not yet answered
 
-    // One request for the client's text at a time (FreeRDP's client answers only the last of two
-    // quick ones). A list that comes meanwhile makes the answer outdated and is asked for next.
+    // The client's latest list, until it is acted on: its text format, and when it has stood long
+    // enough. Its first list may name text the client does not have (FreeRDP's does).
+    bool fresh = false;
+    bool freshIsFirst = false;
+    std::optional<UINT32> freshText;
+    Clock::time_point settled;
+
+    // One request for the client's text at a time: FreeRDP's client answers only one of two.
     bool asking = false;
     UINT32 askedFormat = 0;
-    bool askedAtFirst = false;  // for its first list: a client may list text it does not have
-    std::chrono::steady_clock::time_point askedAt;
-    bool outdated = false;
-    std::optional<UINT32> askNext;
+    bool askedForFirst = false;
+    Clock::time_point askedAt;
+
+    // FreeRDP's shadow server lets a client be view-only; such a client never sees the clipboard.
+    bool mayInteract() const { return client->mayInteract; }
 
     void ask(UINT32 format, bool first) {
         asking = true;
         askedFormat = format;
-        askedAtFirst = first;
-        askedAt = std::chrono::steady_clock::now();
+        askedForFirst = first;
+        askedAt = Clock::now();
         CLIPRDR_FORMAT_DATA_REQUEST request{};
         request.msgType = CB_FORMAT_DATA_REQUEST;
         request.dataLen = 4;
         request.requestedFormatId = format;
         context->ServerFormatDataRequest(context, &request);
     }
-
-    // FreeRDP's shadow server lets a client be view-only; such a client never sees the clipboard.
-    bool mayInteract() const { return client->mayInteract; }
 
     void announce(bool text) const {
         CLIPRDR_FORMAT unicode{CF_UNICODETEXT, nullptr};
@@ -76,9 +91,6 @@ std::optional<UINT32> textFormat(const CLIPRDR_FORMAT_LIST* list) {
     return utf8;
 }
 
-// How long a request for the client's text may stay unanswered before a newer one replaces it.
-constexpr auto unansweredTime = std::chrono::seconds(10);
-
 ClipboardShare& shareOf(CliprdrServerContext* context) { return *static_cast<ClipboardShare*>(context->custom); }
 
 }  // namespace
@@ -91,22 +103,16 @@ struct ClipboardShare::Channel {
         received.msgFlags = CB_RESPONSE_OK;
         context->ServerFormatListResponse(context, &received);
         ClipboardShare& share = shareOf(context);
-        const std::optional<UINT32> text = textFormat(list);
-        std::lock_guard guard(share.lock_);
-        Peer* peer = share.find(context);
-        if (!peer || !peer->mayInteract()) return CHANNEL_RC_OK;
-        const bool first = !peer->listed;
-        peer->listed = true;
-        // A client that never answered is not waited for any more.
-        if (peer->asking && std::chrono::steady_clock::now() - peer->askedAt > unansweredTime) peer->asking = false;
-        if (peer->asking) {
-            peer->outdated = true;
-            peer->askNext = text;
-        } else if (text) {
-            peer->ask(*text, first);
-        } else if (first && share.localText_) {
-            peer->announce(true);
+        {
+            std::lock_guard guard(share.lock_);
+            Peer* peer = share.find(context);
+            if (!peer || !peer->mayInteract()) return CHANNEL_RC_OK;
+            peer->freshIsFirst = !peer->listed || (peer->fresh && peer->freshIsFirst);
+            peer->listed = peer->fresh = true;
+            peer->freshText = textFormat(list);
+            peer->settled = Clock::now() + settleTime;
         }
+        share.listed_.notify_all();
         return CHANNEL_RC_OK;
     }
 
@@ -120,14 +126,11 @@ struct ClipboardShare::Channel {
             if (!peer || !peer->asking) return CHANNEL_RC_OK;
             peer->asking = false;
             format = peer->askedFormat;
-            if (peer->outdated) {
-                peer->outdated = false;
-                if (peer->askNext) peer->ask(*peer->askNext, false);
-                peer->askNext.reset();
-                return CHANNEL_RC_OK;
-            }
-            if (!given && peer->askedAtFirst && share.localText_) peer->announce(true);
-            if (!given || !peer->mayInteract()) return CHANNEL_RC_OK;
+            share.listed_.notify_all();  // a list that came meanwhile may be asked for now
+            // An answer to a list the client has replaced since is of no use.
+            if (peer->fresh || !peer->mayInteract()) return CHANNEL_RC_OK;
+            if (!given && peer->askedForFirst && share.localText_) peer->announce(true);
+            if (!given) return CHANNEL_RC_OK;
         }
         std::string_view bytes(reinterpret_cast<const char*>(response->requestedFormatData), response->dataLen);
         share.x11_->offer(format == CF_UNICODETEXT ? ClipboardText::fromUnicodeText(bytes)
@@ -157,14 +160,50 @@ std::unique_ptr<ClipboardShare> ClipboardShare::start(const std::string& display
     std::unique_ptr<ClipboardShare> share(new ClipboardShare());
     share->x11_ = X11Clipboard::open(display, *share);
     if (!share->x11_) return nullptr;
+    share->asker_ = std::thread([raw = share.get()] { raw->askSettledLists(); });
     return share;
 }
 
 ClipboardShare::~ClipboardShare() {
+    if (asker_.joinable()) {
+        {
+            std::lock_guard guard(lock_);
+            quit_ = true;
+        }
+        listed_.notify_all();
+        asker_.join();
+    }
     x11_.reset();  // its thread calls this object
     for (auto& peer : peers_) {
         peer->context->Stop(peer->context);
         cliprdr_server_context_free(peer->context);
+    }
+}
+
+// Sleeps until a client's list has stood long enough (without waking while there is none), then
+// asks for its text, or, for a first list without text, offers the local text.
+void ClipboardShare::askSettledLists() {
+    std::unique_lock guard(lock_);
+    while (!quit_) {
+        const Clock::time_point now = Clock::now();
+        std::optional<Clock::time_point> next;
+        for (const auto& peer : peers_) {
+            if (!peer->fresh) continue;
+            Clock::time_point when = peer->asking ? std::max(peer->settled, peer->askedAt + unansweredTime) : peer->settled;
+            if (now < when) {
+                next = std::min(next.value_or(when), when);
+                continue;
+            }
+            peer->fresh = false;
+            if (peer->freshText)
+                peer->ask(*peer->freshText, peer->freshIsFirst);
+            else if (peer->freshIsFirst && localText_)
+                peer->announce(true);
+        }
+        if (next)
+            listed_.wait_until(guard, *next);
+        else
+            listed_.wait(guard);
     }
 }
 
