@@ -215,6 +215,10 @@ BOOL activateWithoutPointer(freerdp_peer* peer) {
     }
     return activated;
 }
+BOOL dropPointerNew(rdpContext*, const POINTER_NEW_UPDATE*) { return TRUE; }
+BOOL dropPointerCached(rdpContext*, const POINTER_CACHED_UPDATE*) { return TRUE; }
+BOOL dropPointerPosition(rdpContext*, const POINTER_POSITION_UPDATE*) { return TRUE; }
+
 // The one format the desktop's sound goes out in, as it is recorded; every RDP client plays it.
 AUDIO_FORMAT soundFormat{WAVE_FORMAT_PCM,
                          SoundCapture::channels,
@@ -253,7 +257,8 @@ void sendSound(const std::int16_t* samples, std::size_t frames) {
             shadow_client_post_msg(client, nullptr, SHADOW_MSG_OUT_AUDIO_OUT_SAMPLES_ID, &message->common, nullptr);
     }
     ArrayList_Unlock(clients);
-    if (InterlockedDecrement(&message->common.refCount) <= 0) freeSamples(SHADOW_MSG_OUT_AUDIO_OUT_SAMPLES_ID, &message->common);
+    if (InterlockedDecrement(&message->common.refCount) <= 0)
+        freeSamples(SHADOW_MSG_OUT_AUDIO_OUT_SAMPLES_ID, &message->common);
 }
 
 // The client's audio channel has chosen the format: from now on it listens.
@@ -284,10 +289,6 @@ UINT initializeSound(RdpsndServerContext* context, BOOL ownThread) {
     }
     return initialize(context, ownThread);
 }
-
-BOOL dropPointerNew(rdpContext*, const POINTER_NEW_UPDATE*) { return TRUE; }
-BOOL dropPointerCached(rdpContext*, const POINTER_CACHED_UPDATE*) { return TRUE; }
-BOOL dropPointerPosition(rdpContext*, const POINTER_POSITION_UPDATE*) { return TRUE; }
 
 // A client has logged in and asks for the desktop: the last moment to refuse it.
 BOOL clientConnect(rdpShadowSubsystem* subsystem, rdpShadowClient* client) {
@@ -417,7 +418,10 @@ bool ShadowHost::start() {
         return false;
     }
     state.initialized = true;
-    if (state.options.clipboard) state.clipboard = ClipboardShare::start(std::getenv("DISPLAY") ? std::getenv("DISPLAY") : "");
+    if (state.options.clipboard) {
+        const char* display = std::getenv("DISPLAY");
+        state.clipboard = ClipboardShare::start(display ? display : "");
+    }
     ArrayList_Object(server->clients)->fnObjectNew = &clientAdded;
     ArrayList_Object(server->clients)->fnObjectFree = &clientRemoved;
     state.acceptPeer = server->listener->PeerAccepted;
@@ -517,10 +521,9 @@ extern "C" int shadow_capture_compare(BYTE* pData1, UINT32 nStep1, UINT32 nWidth
 // the desktop's sound shared there is no audio channel at all (the library would open one and send
 // nothing). Defined here, it takes the library's place.
 extern "C" RdpsndServerContext* rdpsnd_server_context_new(HANDLE vcm) {
-    using velmora::ServerHelper::host;
+    using namespace velmora::ServerHelper;
     static const auto library =
         reinterpret_cast<decltype(&rdpsnd_server_context_new)>(::dlsym(RTLD_NEXT, "rdpsnd_server_context_new"));
-    using namespace velmora::ServerHelper;
     if (!host || !host->sound) return nullptr;
     RdpsndServerContext* context = library(vcm);
     if (context) {

@@ -55,9 +55,10 @@ protected:
         client_ = std::make_unique<BackgroundProcess>(
             client,
             Environment{{"DISPLAY", clients_.display()},
-                        {"WLOG_FILTER", "com.freerdp.channels.rdpsnd.client:DEBUG,com.freerdp.channels.cliprdr.client:DEBUG"}},
+                        {"WLOG_FILTER",
+                         "com.freerdp.channels.rdpsnd.client:DEBUG,com.freerdp.channels.cliprdr.client:DEBUG"}},
             clientLog_);
-        ASSERT_TRUE(eventually([&] { return readFile(serverLog_).find("client connected from") != std::string::npos; }, 60))
+        ASSERT_TRUE(eventually([&] { return countOf(readFile(serverLog_), "client connected from") > 0; }, 60))
             << readFile(serverLog_) << readFile(clientLog_);
     }
 
@@ -107,7 +108,8 @@ TEST_F(ClipboardSoundE2e, TextBothWaysWhenSharedAndNoSoundWhenNot) {
     startSoundServer();  // a tone plays, and must not be recorded
     connect("1", "0");
     std::string mebibyte;
-    while (mebibyte.size() < (1u << 20)) mebibyte += "Gr\u00fc\u00dfe, \u4e16\u754c \U0001F30D line " + std::to_string(mebibyte.size()) + "\n";
+    while (mebibyte.size() < (1u << 20))
+        mebibyte += "Gr\u00fc\u00dfe, \u4e16\u754c \U0001F30D line " + std::to_string(mebibyte.size()) + "\n";
     for (const std::string& text : {std::string("plain ASCII"), std::string("caf\u00e9 d\u00e9j\u00e0 \u00d8rsted"),
                                     std::string("\u6f22\u5b57\u304b\u306a\u4ea4\u3058\u308a"),
                                     std::string("\U0001F44D\U0001F3FD \U0001F389"), std::string("two\nlines\n"), mebibyte}) {
@@ -116,7 +118,7 @@ TEST_F(ClipboardSoundE2e, TextBothWaysWhenSharedAndNoSoundWhenNot) {
         EXPECT_TRUE(eventually([&] { return pasted(clients_) == text; }, 60)) << "to the client: " << label;
         // FreeRDP 2.11's X11 client loses a text its desktop hands over in pieces (INCR, which
         // xclip uses above 1 MiB): the way back is a little shorter.
-        const std::string back = "back: " + text.substr(0, text.size() > 1000000 ? text.rfind('\n', 1000000) + 1 : text.size());
+        const std::string back = "back: " + (text.size() > 1000000 ? text.substr(0, text.rfind('\n', 1000000) + 1) : text);
         copy(clients_, back);
         EXPECT_TRUE(eventually([&] { return pasted(desktop_) == back; }, 60)) << "from the client: " << label;
     }
@@ -124,8 +126,8 @@ TEST_F(ClipboardSoundE2e, TextBothWaysWhenSharedAndNoSoundWhenNot) {
     // A client that goes while its text is on the way leaves the clipboard as it was.
     const std::string before = pasted(desktop_);
     const std::size_t asked = countOf(readFile(clientLog_), "ServerFormatDataRequest");
-    copies_.push_back(std::make_unique<BackgroundProcess>(std::vector<std::string>{builtExecutable("bin/velmora-stalled-copy")},
-                                                          Environment{{"DISPLAY", clients_.display()}}));
+    copies_.push_back(std::make_unique<BackgroundProcess>(
+        std::vector<std::string>{builtExecutable("bin/velmora-stalled-copy")}, Environment{{"DISPLAY", clients_.display()}}));
     ASSERT_TRUE(eventually([&] { return countOf(readFile(clientLog_), "ServerFormatDataRequest") > asked; }, 30));
     client_->signal(SIGKILL);
     EXPECT_TRUE(eventually([&] { return readFile(serverLog_).find(" disconnected after ") != std::string::npos; }, 30));
