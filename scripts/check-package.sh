@@ -31,7 +31,7 @@ done
 depends=$(field Depends)
 # Run-time programs and plugins, then a few libraries that prove dpkg-shlibdeps ran.
 for dep in libfreerdp-shadow2-2 libfreerdp-shadow-subsystem2-2 lsof libqt6svg6 qt6-qpa-plugins libc6 libqt6core6 libssl3 libcurl4 \
-           libsecret-1-0 libre2-9 libx11-6 libxtst6; do
+           libsecret-1-0 libre2-9 libx11-6 libxtst6 libxcb1 libxcb-xfixes0 libpulse0; do
   grep -Eq "(^|, )$dep( |,|$)" <<<"$depends" || fail "Depends lacks $dep: $depends"
 done
 grep -Eq "(^|, )gnome-keyring( |,|$)" <<<"$(field Recommends)" || fail "Recommends lacks gnome-keyring"

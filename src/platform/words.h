@@ -50,8 +50,8 @@ inline constexpr Words ctrlTitle{"Treat Ctrl as Cmd (Windows shortcuts)"};
 inline constexpr Words audioTitle{"Send the Mac's sound to the remote session",
                                   "Send this computer's sound to the remote session"};
 inline constexpr Words clipboardTooltip{"Copy and paste both ways, for signed-in sessions that may control this Mac.",
-                                        "Copy and paste both ways, for signed-in sessions that may control this "
-                                        "computer."};
+                                        "Copy and paste text both ways, for signed-in sessions that may control "
+                                        "this computer."};
 inline constexpr Words hwencTitle{"Use the Mac's video encoder (VideoToolbox)"};
 inline constexpr Words loginNotSet{"Not set: Windows clients get TLS only and must send a Mac account password.",
                                    "Not set: Windows clients get TLS only and must send the password of an account "

@@ -122,6 +122,8 @@ ServerOptions parseOptions(const std::vector<std::string>& arguments, const Envi
     options.statsFile = valueOf(environment, Env::statsFile);
     if (options.statsFile && options.statsFile->empty()) options.statsFile.reset();
     options.watchParent = valueOf(environment, Env::parentWatch) == "1";
+    options.clipboard = valueOf(environment, Env::clipboard) == "1";
+    options.audio = valueOf(environment, Env::audio) == "1";
     return options;
 }
 

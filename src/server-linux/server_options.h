@@ -49,6 +49,8 @@ struct ServerOptions {
     int bitrateMbps = 10;         // MAC_SHADOW_BITRATE_MBPS, 1 to 100
     std::optional<std::string> statsFile;  // MAC_SHADOW_STATS_FILE
     bool watchParent = false;     // MAC_SHADOW_PARENT_WATCH=1
+    bool clipboard = false;       // MAC_SHADOW_CLIPBOARD=1: text copied and pasted both ways
+    bool audio = false;           // MAC_SHADOW_AUDIO=1: the desktop's sound sent to clients
     // Arguments this server does not know or whose value is unusable, in their order.
     std::vector<std::string> ignored;
 };

@@ -1,18 +1,24 @@
 #include "server-linux/shadow_host.h"
 
+#include "server-linux/clipboard_share.h"
 #include "server-linux/cursor_overlay.h"
 #include "server-linux/helper_log.h"
+#include "server-linux/sound_capture.h"
 
 #include <freerdp/peer.h>
+#include <freerdp/server/rdpsnd.h>
 #include <freerdp/server/shadow.h>
+#include <winpr/interlocked.h>
 #include <winpr/ntlm.h>
 #include <winpr/string.h>
+#include <winpr/sysinfo.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <memory>
 #include <mutex>
 #include <sys/mman.h>
 #include <vector>
@@ -60,6 +66,12 @@ struct ShadowHost::State {
     std::optional<PointerImage> pointerNow;    // as last queried
     std::optional<PointerImage> pointerShown;  // as last drawn into a frame
     PointerOverlay overlay;
+
+    // The clipboard and the desktop's sound, when shared; both outlive every client.
+    std::unique_ptr<ClipboardShare> clipboard;
+    std::unique_ptr<SoundCapture> sound;
+    psRdpsndServerInitialize soundInitialize = nullptr;
+    psRdpsndServerActivated soundActivated = nullptr;
 };
 
 namespace {
@@ -207,6 +219,77 @@ BOOL dropPointerNew(rdpContext*, const POINTER_NEW_UPDATE*) { return TRUE; }
 BOOL dropPointerCached(rdpContext*, const POINTER_CACHED_UPDATE*) { return TRUE; }
 BOOL dropPointerPosition(rdpContext*, const POINTER_POSITION_UPDATE*) { return TRUE; }
 
+// The one format the desktop's sound goes out in, as it is recorded; every RDP client plays it.
+AUDIO_FORMAT soundFormat{WAVE_FORMAT_PCM,
+                         SoundCapture::channels,
+                         SoundCapture::rate,
+                         SoundCapture::rate * SoundCapture::channels * 2,
+                         SoundCapture::channels * 2,
+                         16,
+                         0,
+                         nullptr};
+
+void freeSamples(UINT32, SHADOW_MSG_OUT* message) {
+    auto* samples = reinterpret_cast<SHADOW_MSG_OUT_AUDIO_OUT_SAMPLES*>(message);
+    std::free(samples->buf);
+    delete samples;
+}
+
+// On the capture thread: the samples go to each client that listens, through its own queue, and
+// its thread hands them to its audio channel.
+void sendSound(const std::int16_t* samples, std::size_t frames) {
+    if (frames == 0) return;
+    auto* message = new SHADOW_MSG_OUT_AUDIO_OUT_SAMPLES{};
+    message->common.Free = &freeSamples;
+    message->common.refCount = 1;  // this function's, until every listener holds its own
+    message->audio_format = &soundFormat;
+    const std::size_t bytes = frames * SoundCapture::channels * sizeof(std::int16_t);
+    message->buf = std::malloc(bytes);
+    std::memcpy(message->buf, samples, bytes);
+    message->nFrames = static_cast<int>(frames);
+    message->wTimestamp = static_cast<UINT16>(GetTickCount());
+    // A client leaves the list, and stops listening, only with the list locked.
+    wArrayList* clients = host->server->clients;
+    ArrayList_Lock(clients);
+    for (int i = 0; i < ArrayList_Count(clients); ++i) {
+        auto* client = static_cast<rdpShadowClient*>(ArrayList_GetItem(clients, i));
+        if (host->sound->listens(client))
+            shadow_client_post_msg(client, nullptr, SHADOW_MSG_OUT_AUDIO_OUT_SAMPLES_ID, &message->common, nullptr);
+    }
+    ArrayList_Unlock(clients);
+    if (InterlockedDecrement(&message->common.refCount) <= 0)
+        freeSamples(SHADOW_MSG_OUT_AUDIO_OUT_SAMPLES_ID, &message->common);
+}
+
+// The client's audio channel has chosen the format: from now on it listens.
+void soundActivated(RdpsndServerContext* context) {
+    host->soundActivated(context);
+    if (context->selected_client_format < context->num_client_formats)
+        host->sound->listen(context->data);
+    else
+        logLine("a client plays none of the sound formats offered; it gets no sound");
+}
+
+// The library opens a client's audio channel with the subsystem's formats, which it frees with the
+// channel: each channel gets a copy of its own, and the choice of format is watched.
+UINT initializeSound(RdpsndServerContext* context, BOOL ownThread) {
+    AUDIO_FORMAT* formats = audio_formats_new(1);
+    if (!formats || !audio_format_copy(&soundFormat, formats)) {
+        audio_formats_free(formats, 1);
+        return CHANNEL_RC_NO_MEMORY;
+    }
+    context->server_formats = formats;
+    context->num_server_formats = 1;
+    context->src_format = formats;
+    psRdpsndServerInitialize initialize = nullptr;
+    {
+        std::lock_guard guard(host->lock);
+        divert(context->Activated, host->soundActivated, &soundActivated);
+        initialize = host->soundInitialize;
+    }
+    return initialize(context, ownThread);
+}
+
 // A client has logged in and asks for the desktop: the last moment to refuse it.
 BOOL clientConnect(rdpShadowSubsystem* subsystem, rdpShadowClient* client) {
     rdpContext* context = &client->context;
@@ -231,6 +314,7 @@ BOOL clientConnect(rdpShadowSubsystem* subsystem, rdpShadowClient* client) {
             divert(update->pointer->PointerPosition, host->pointerPosition, &dropPointerPosition);
         }
     }
+    if (host->clipboard) host->clipboard->add(client);
     subsystem->captureFrameRate = host->options.fps;
     return TRUE;
 }
@@ -241,6 +325,10 @@ rdpShadowSubsystem* newSubsystem() {
     host->systemLogin = subsystem->Authenticate;
     subsystem->Authenticate = &authenticate;
     subsystem->ClientConnect = &clientConnect;
+    if (host->sound) {
+        subsystem->rdpsndFormats = &soundFormat;
+        subsystem->nRdpsndFormats = 1;
+    }
     // FreeRDP 2.11 never calls ClientDisconnect (it waits for a flag nothing sets): a client's end
     // is seen where the server drops it from its list (clientRemoved).
     return subsystem;
@@ -267,6 +355,8 @@ void* clientAdded(void* client) {
 void clientRemoved(void* object) {
     auto* client = static_cast<rdpShadowClient*>(object);
     freerdp_peer* peer = client->context.peer;
+    if (host->clipboard) host->clipboard->remove(client);
+    if (host->sound) host->sound->forget(client);
     host->book.gone(&client->context, peer && peer->authenticated);
     if (--host->peers == 0) setCaptureRate(idleCaptureRate);
 }
@@ -292,6 +382,9 @@ ShadowHost::ShadowHost(const ServerOptions& options, std::optional<Login>& login
 
 ShadowHost::~ShadowHost() {
     stop();
+    // Their threads call into the server, which goes next.
+    state_->sound.reset();
+    state_->clipboard.reset();
     if (state_->initialized) shadow_server_uninit(state_->server);
     if (state_->server) shadow_server_free(state_->server);
     if (state_->login) {
@@ -304,6 +397,7 @@ ShadowHost::~ShadowHost() {
 
 bool ShadowHost::start() {
     State& state = *state_;
+    if (state.options.audio) state.sound = std::make_unique<SoundCapture>(&sendSound);
     shadow_subsystem_set_entry(&subsystemEntry);
     state.server = shadow_server_new();
     if (!state.server) return false;
@@ -324,6 +418,10 @@ bool ShadowHost::start() {
         return false;
     }
     state.initialized = true;
+    if (state.options.clipboard) {
+        const char* display = std::getenv("DISPLAY");
+        state.clipboard = ClipboardShare::start(display ? display : "");
+    }
     ArrayList_Object(server->clients)->fnObjectNew = &clientAdded;
     ArrayList_Object(server->clients)->fnObjectFree = &clientRemoved;
     state.acceptPeer = server->listener->PeerAccepted;
@@ -417,6 +515,22 @@ extern "C" int shadow_capture_compare(BYTE* pData1, UINT32 nStep1, UINT32 nWidth
     *rect = {static_cast<UINT16>(changed.left), static_cast<UINT16>(changed.top), static_cast<UINT16>(changed.right),
              static_cast<UINT16>(changed.bottom)};
     return 1;
+}
+
+// Called by the library as a client's channels come up, when the client asked for sound: without
+// the desktop's sound shared there is no audio channel at all (the library would open one and send
+// nothing). Defined here, it takes the library's place.
+extern "C" RdpsndServerContext* rdpsnd_server_context_new(HANDLE vcm) {
+    using namespace velmora::ServerHelper;
+    static const auto library =
+        reinterpret_cast<decltype(&rdpsnd_server_context_new)>(::dlsym(RTLD_NEXT, "rdpsnd_server_context_new"));
+    if (!host || !host->sound) return nullptr;
+    RdpsndServerContext* context = library(vcm);
+    if (context) {
+        std::lock_guard guard(host->lock);
+        divert(context->Initialize, host->soundInitialize, &initializeSound);
+    }
+    return context;
 }
 
 extern "C" void shadow_subsystem_frame_update(rdpShadowSubsystem* subsystem) {

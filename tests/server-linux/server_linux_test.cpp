@@ -3,6 +3,7 @@
 
 #include "core/server_contract.h"
 #include "server-linux/client_book.h"
+#include "server-linux/clipboard_text.h"
 #include "server-linux/cursor_overlay.h"
 #include "server-linux/display_probe.h"
 #include "server-linux/secret_environment.h"
@@ -36,6 +37,9 @@ TEST(ServerOptions, ReadsTheLaunchPlanAndLeavesOutWhatItCannotUse) {
     EXPECT_FALSE(options.adaptiveFps);
     EXPECT_EQ(options.statsFile, "/s.json");
     EXPECT_TRUE(options.watchParent && options.ignored.empty());
+    EXPECT_FALSE(options.clipboard || options.audio);  // shared only when the plan says "1"
+    auto shared = parseOptions({}, {{"MAC_SHADOW_CLIPBOARD", "1"}, {"MAC_SHADOW_AUDIO", "1"}});
+    EXPECT_TRUE(shared.clipboard && shared.audio);
 
     // The default plan draws no pointer into the video; odd values keep the defaults or are clamped.
     auto odd = parseOptions({"-auth", "-gfx-avc444", "+server-side-cursor", "/port:65536", "/port:12a",
@@ -179,4 +183,21 @@ TEST(SecretEnvironment, TakenOutAndTheProcessNotDumpable) {
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+// Clients speak UTF-16LE with CR LF and a final NUL; X11 programs UTF-8 with line feeds.
+TEST(ClipboardText, RoundTripsEveryScriptAndRepairsWhatIsBroken) {
+    using namespace ClipboardText;
+    const std::u16string wire = u"caf\u00e9\r\n\u6f22\u5b57 \U0001F44D";
+    const std::string wireBytes(reinterpret_cast<const char*>(wire.data()), wire.size() * 2);
+    EXPECT_EQ(toUnicodeText("caf\u00e9\n\u6f22\u5b57 \U0001F44D"), wireBytes + std::string(2, '\0'));
+    EXPECT_EQ(toUnicodeText("a\r\nb"), toUnicodeText("a\nb")) << "a CR LF stays one";
+    for (const std::string text : {"", "plain\n", "caf\u00e9 d\u00e9j\u00e0", "\u6f22\u5b57\u304b\u306a",
+                                   "\U0001F44D\U0001F3FD\U0001F389", "lone\r", "\n\n"})
+        EXPECT_EQ(fromUnicodeText(toUnicodeText(text)), text);
+    EXPECT_EQ(fromUnicodeText(std::string("a\0\0\xd8" "b\0", 6)), "a\ufffdb") << "an unpaired surrogate";
+    EXPECT_EQ(fromUnicodeText(std::string("a\0\0\0b\0", 6)), "a") << "up to the NUL";
+    EXPECT_EQ(fromUtf8Text(std::string("x\r\ny\xff\0z", 7)), "x\ny\ufffd");
+    EXPECT_EQ(fromLatin1("caf\xe9"), "caf\u00e9");
+    EXPECT_EQ(toLatin1("caf\u00e9 \u6f22"), "caf\xe9 ?");
 }
