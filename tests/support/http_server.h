@@ -23,8 +23,6 @@ class HttpServer {
 public:
     HttpServer();   // listens on an ephemeral loopback port
     ~HttpServer();  // stops and joins
-    HttpServer(const HttpServer&) = delete;
-    HttpServer& operator=(const HttpServer&) = delete;
 
     // "http://127.0.0.1:<port>"
     std::string baseURL() const;
