@@ -64,7 +64,6 @@ TEST(Diagnostics, RedactRemovesTokensLoginEntriesAndHashWords) {
     EXPECT_EQ(Diagnostics::redact("MAC_SHADOW_NLA= empty"), "MAC_SHADOW_NLA= empty");
     // A no-break space ends the entry as any blank does; other non-ASCII text does not.
     EXPECT_EQ(Diagnostics::redact("MAC_SHADOW_NLA=jörg:x\u00a0after"), "[removed]\u00a0after");
-    EXPECT_EQ(Diagnostics::redact("hash " + hash), "hash [removed]");
     EXPECT_EQ(Diagnostics::redact(hash + "," + hash + "\n(" + hash + ")"), "[removed],[removed]\n([removed])");
     // Inside a longer word it stays: letters, digits, an underscore, or a non-ASCII letter next to it.
     for (const std::string& kept : {"user" + hash, hash + "s", "_" + hash, hash + "0", "\u00e9" + hash,
