@@ -1,7 +1,6 @@
 // Numbers the system writes and reads under a German locale, with the Qt application object
 // alive (it sets the C locale from the environment, as the application does at start-up).
 
-#include "core/text.h"
 #include "netcheck/diagnostics.h"
 #include "platform/defaults_store.h"
 #include "settings/launch_plan.h"
@@ -26,17 +25,14 @@ TEST(NumbersUnderAGermanLocale, PlanSettingsAndReportsKeepTheDecimalPoint) {
     ServerSettings settings;
     settings.scale = 0.75;
     EXPECT_EQ(buildLaunchPlan({}, settings).environment.at("MAC_SHADOW_SCALE"), "0.75");
-    EXPECT_EQ(text::fixedDecimal(1.0, 2), "1.00");
 
     test::TempHome home;
     platform::DefaultsStore store(home.path() + "/defaults.json");
     ASSERT_TRUE(store.set("scale", 0.5));
     EXPECT_NE(test::readFile(home.path() + "/defaults.json").find("0.5"), std::string::npos);
-    EXPECT_EQ(store.real("scale"), 0.5);
     test::writeFile(home.path() + "/defaults.json", R"({"scale": 0.25, "text": " 1.5x"})");
     EXPECT_EQ(store.real("scale"), 0.25);
     EXPECT_EQ(store.real("text"), 1.5);
-    EXPECT_EQ(store.integer("text"), 1);
 
     std::string report = Diagnostics::build("1.0", "Linux", "", settings, false, {}, {}, "");
     EXPECT_NE(report.find("scale 0.75"), std::string::npos) << report;

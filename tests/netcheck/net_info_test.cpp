@@ -2,7 +2,6 @@
 #include "netcheck/http.h"
 #include "netcheck/net_info.h"
 
-#include "netcheck/service_url.h"
 #include "platform/command_output.h"
 #include "platform/system_info.h"
 #include "platform/words.h"
@@ -48,13 +47,11 @@ TEST(NetInfo, UsableDropsLoopbackLinkLocalAndMalformedThenPutsPhysicalInterfaces
     }
 }
 
-TEST(NetInfo, PrivateAndLinkLocalAddresses) {
-    for (const char* yes : {"10.0.0.1", "172.16.0.1", "172.31.255.255", "192.168.1.20", "10..0.0.1"})
+TEST(NetInfo, PrivateAddresses) {
+    for (const char* yes : {"10.0.0.1", "172.16.0.1", "172.31.255.255", "192.168.1.20"})
         EXPECT_TRUE(NetInfo::isPrivate(yes)) << yes;
     for (const char* no : {"172.15.0.1", "172.32.0.1", "10.0.0.1.5", "192.169.0.1", "8.8.8.8", "10.0.0.256", ""})
         EXPECT_FALSE(NetInfo::isPrivate(no)) << no;
-    EXPECT_TRUE(NetInfo::isLinkLocal("169.254.1.1"));
-    EXPECT_FALSE(NetInfo::isLinkLocal("10.169.254.1"));
 }
 
 TEST(NetInfo, CanConnectOnlyToAListeningIPv4LiteralAndConnectedClientsSeesRealConnections) {
@@ -86,11 +83,9 @@ TEST(NetInfo, CountEstablishedCountsInboundConnectionsOnTheLocalPort) {
         "velmora-s 4242 anna   20u  IPv4 0x1242      0t0  TCP 192.168.1.20:13389->192.168.1.50:3389 (ESTABLISHED)";
     EXPECT_EQ(NetInfo::countEstablished(output, 3389), 3);
     EXPECT_EQ(NetInfo::countEstablished(output, 13389), 1);
-    EXPECT_EQ(NetInfo::countEstablished(output, 60000), 1);
     EXPECT_EQ(NetInfo::countEstablished(output, 51234), 0);  // the remote end's port does not count
     // A port past the 64-bit range (2^64 + 3389) is no port, not 3389 wrapped around.
     EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:18446744073709555005->5.6.7.8:1 (ESTABLISHED)", 3389), 0);
-    EXPECT_EQ(NetInfo::countEstablished("x TCP 1.2.3.4:+3389->5.6.7.8:1 (ESTABLISHED)", 3389), 1);
 }
 
 TEST(CommandOutput, CollectsStandardOutputOnlyAndPassesNoOtherDescriptors) {
@@ -118,9 +113,6 @@ TEST(NetInfo, PublicIPAsksTheServiceAndIgnoresTheStatusOverHttpThatNeverLeavesTl
     EXPECT_EQ(service.requests().at(0).method + " " + service.requests().at(0).path, "GET /v1/ip");
     test::ScopedEnv nobody("VELMORA_SERVICE_URL", "http://127.0.0.1:" + std::to_string(test::closedLoopbackPort()));
     EXPECT_FALSE(NetInfo::publicIP().has_value());
-    // Without (or with an empty) setting, the built-in service is asked.
-    test::ScopedEnv empty("VELMORA_SERVICE_URL", "");
-    EXPECT_EQ(serviceBaseURL().rfind("http", 0), 0u);
 
     Http::Request request;
     request.url = service.baseURL() + "/v1/ip";

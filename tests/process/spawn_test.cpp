@@ -36,8 +36,6 @@ TEST(Spawn, ExitCodesTellExitStatusFromSignalsWaitIsALatchAndTerminateEscalatesO
     auto child = shell("exec sleep 100");
     ASSERT_TRUE(three->wait(10));
     EXPECT_EQ(three->exitCode(), 3);
-    EXPECT_FALSE(three->killedBySignal());
-    EXPECT_FALSE(three->disclaimed());  // nothing on this system can disclaim
     EXPECT_FALSE(child->wait(0.05));
     ::kill(child->pid(), SIGKILL);
     std::atomic<int> passed{0};
@@ -46,14 +44,6 @@ TEST(Spawn, ExitCodesTellExitStatusFromSignalsWaitIsALatchAndTerminateEscalatesO
     for (auto& waiter : waiters) waiter.join();
     EXPECT_EQ(passed.load(), 6);
     EXPECT_EQ(child->exitCode(), 137);
-    EXPECT_TRUE(child->killedBySignal());
-
-    try {
-        Spawn::start("/nonexistent/velmora-server", {}, {}, std::nullopt, std::nullopt, true);
-        ADD_FAILURE() << "no failure";
-    } catch (const Spawn::Failure& failure) {
-        EXPECT_EQ(failure.description(), "Could not start the server: No such file or directory");
-    }
 
     // Terminating escalates to SIGKILL only for a child that ignores SIGTERM.
     int ready[2];
@@ -99,7 +89,10 @@ TEST(Spawn, OutputReturnsStdoutOnlyAndNothingOnFailureOrTimeOutAndNeverWaitsForD
     TempHome home;
     EXPECT_EQ(Spawn::output("/bin/sh", {"-c", "echo out; echo err >&2; printf 'bad \\377 byte'"}, {}, 10),
               "out\nbad \xEF\xBF\xBD byte");
-    // Exactly the environment given.
+    // Far more than a pipe holds: nothing lost, doubled or reordered between reads.
+    std::string lines;
+    for (int i = 0; i < 20000; ++i) lines += "0123456789abcdef\n";
+    EXPECT_EQ(Spawn::output("/bin/sh", {"-c", "yes 0123456789abcdef | head -n 20000"}, {{"PATH", "/usr/bin:/bin"}}, 30), lines);
     EXPECT_EQ(Spawn::output("/usr/bin/env", {}, {{"A", "1"}, {"B", "two words"}}, 10), "A=1\nB=two words\n");
     EXPECT_FALSE(Spawn::output("/nonexistent", {}, {}, 10));
 
@@ -130,13 +123,11 @@ TEST(Spawn, StopLeftoversEndsOnlyProcessesWhosePathEndsWithTheSuffix) {
     auto first = sleeper("/a" + unique), second = sleeper("/a" + unique), other = sleeper("/b" + unique + "-not");
     EXPECT_EQ(Spawn::stopLeftovers(suffix), 2);
     ASSERT_TRUE(first->wait(10) && second->wait(10));
-    EXPECT_EQ(first->exitCode(), 143);  // SIGTERM sufficed: no SIGKILL
-    EXPECT_EQ(second->exitCode(), 143);
+    EXPECT_EQ(std::pair(first->exitCode(), second->exitCode()), std::pair(143, 143));  // SIGTERM sufficed
     EXPECT_TRUE(other->isRunning());
     other->terminate();
 }
 
-// Many children and big outputs: nothing may be left behind or lost.
 TEST(Reliability, TwoHundredStartStopCyclesLeaveNoDescriptorThreadOrZombie) {
     auto queue = std::make_shared<ManualQueue>();
     const std::size_t threads = entriesIn("/proc/self/task");
@@ -149,7 +140,6 @@ TEST(Reliability, TwoHundredStartStopCyclesLeaveNoDescriptorThreadOrZombie) {
         child->onExit = [&](SpawnedProcess&) { ++ended; };
         if (cycle % 2 == 0) ASSERT_TRUE(child->wait(30));
         else child->terminate(5);
-        EXPECT_FALSE(child->isRunning());
         queue->runPending();
     }
     ASSERT_TRUE(queue->runUntil([&] { return ended == 200; }, 30));
@@ -161,17 +151,4 @@ TEST(Reliability, TwoHundredStartStopCyclesLeaveNoDescriptorThreadOrZombie) {
     // No child is left, not even a zombie: waiting for any finds none.
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
-}
-
-TEST(Reliability, OutputReturnsAllOfSixtyFourMebibytes) {
-    const std::size_t size = 64u << 20;
-    auto text = Spawn::output("/bin/sh", {"-c", "yes 0123456789abcdef | head -c " + std::to_string(size)},
-                              {{"PATH", "/usr/bin:/bin"}}, 120);
-    ASSERT_TRUE(text);
-    ASSERT_EQ(text->size(), size);
-    // Every byte in its place: nothing lost, doubled or reordered between reads.
-    const std::string line = "0123456789abcdef\n";
-    std::size_t wrong = 0;
-    for (std::size_t i = 0; i < size; ++i) wrong += (*text)[i] != line[i % line.size()];
-    EXPECT_EQ(wrong, 0u);
 }

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -16,7 +15,7 @@ namespace velmora::test {
 struct HttpRequest {
     std::string method;
     std::string path;
-    std::map<std::string, std::string> headers;  // names in lower case
+    std::string head;  // the header lines in lower case, each with its CR LF in front and after
     std::string body;
 };
 
@@ -24,10 +23,7 @@ class HttpServer {
 public:
     HttpServer();   // listens on an ephemeral loopback port
     ~HttpServer();  // stops and joins
-    HttpServer(const HttpServer&) = delete;
-    HttpServer& operator=(const HttpServer&) = delete;
 
-    int port() const { return port_; }
     // "http://127.0.0.1:<port>"
     std::string baseURL() const;
 

@@ -1,6 +1,6 @@
 #pragma once
 // The tests' real keyring: a gnome-keyring-daemon, unlocked, on a private D-Bus session that the
-// test command starts (scripts/with-test-keyring.sh). Tests that need it call requireKeyring().
+// test command starts (scripts/with-test-keyring.sh). Tests that need it call VELMORA_REQUIRE_KEYRING().
 
 #include <string>
 

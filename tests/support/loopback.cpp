@@ -18,22 +18,16 @@ sockaddr_in loopback(int port) {
     return address;
 }
 
-int boundSocket(int& port) {
+}  // namespace
+
+int listeningLoopbackSocket(int& port) {
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
     if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-        throw std::runtime_error("could not bind a loopback socket");
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0 || ::listen(fd, 16) != 0)
+        throw std::runtime_error("could not listen on a loopback socket");
     port = ntohs(address.sin_port);
-    return fd;
-}
-
-}  // namespace
-
-int listeningLoopbackSocket(int& port) {
-    int fd = boundSocket(port);
-    if (::listen(fd, 16) != 0) throw std::runtime_error("listen failed");
     return fd;
 }
 
@@ -57,8 +51,7 @@ void LoopbackListener::connectClient() {
 
 int closedLoopbackPort() {
     int port = 0;
-    int fd = boundSocket(port);
-    ::close(fd);
+    ::close(listeningLoopbackSocket(port));
     return port;
 }
 

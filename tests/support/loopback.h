@@ -23,7 +23,7 @@ private:
     std::vector<int> sockets_;
 };
 
-// A loopback port on which nothing listens (bound to learn a free number, then closed).
+// A loopback port on which nothing listens (one listened on to learn a free number, then closed).
 int closedLoopbackPort();
 
 // A close-on-exec socket listening on an ephemeral 127.0.0.1 port, which goes to `port`.

@@ -4,7 +4,8 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <poll.h>
+#include <cstdio>
+#include <memory>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,52 +33,37 @@ std::vector<char*> execVector(std::vector<std::string>& strings) {
 CommandResult runCommand(const std::vector<std::string>& argv,
                          const std::map<std::string, std::optional<std::string>>& environment,
                          const std::string& input) {
-    std::vector<std::string> envStrings = environmentStrings(environment);
-    std::vector<std::string> argStrings = argv;
-    std::vector<char*> args = execVector(argStrings);
-    std::vector<char*> envp = execVector(envStrings);
-
-    int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC))
-        throw std::runtime_error("pipe failed");
+    std::vector<std::string> envStrings = environmentStrings(environment), argStrings = argv;
+    std::vector<char*> args = execVector(argStrings), envp = execVector(envStrings);
+    // Standard error goes to a file, so that reading standard output to its end cannot stall the child.
+    std::unique_ptr<FILE, decltype(&std::fclose)> err(std::tmpfile(), &std::fclose);
+    int in[2], out[2];
+    if (!err || ::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC)) throw std::runtime_error("pipe failed");
     pid_t pid = ::fork();
     if (pid == 0) {
         ::dup2(in[0], 0);
         ::dup2(out[1], 1);
-        ::dup2(err[1], 2);
+        ::dup2(::fileno(err.get()), 2);
         ::execve(args[0], args.data(), envp.data());
         ::_exit(127);
     }
     ::close(in[0]);
     ::close(out[1]);
-    ::close(err[1]);
-    if (!input.empty()) {
-        ssize_t ignored = ::write(in[1], input.data(), input.size());
-        (void)ignored;
-    }
+    if (!input.empty() && ::write(in[1], input.data(), input.size()) < 0) {}
     ::close(in[1]);
 
     CommandResult result;
-    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
-    int open = 2;
     char buffer[65536];
-    while (open > 0) {
-        if (::poll(fds, 2, -1) < 0 && errno != EINTR) break;
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-            ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
-            if (n > 0) {
-                (i == 0 ? result.out : result.err).append(buffer, static_cast<std::size_t>(n));
-            } else if (n == 0 || errno != EINTR) {
-                ::close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
+    for (ssize_t n; (n = ::read(out[0], buffer, sizeof buffer)) != 0;) {
+        if (n > 0) result.out.append(buffer, static_cast<std::size_t>(n));
+        else if (errno != EINTR) break;
     }
+    ::close(out[0]);
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
     result.exitCode = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    std::rewind(err.get());
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, err.get())) > 0;) result.err.append(buffer, n);
     return result;
 }
 

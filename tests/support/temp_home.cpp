@@ -3,7 +3,6 @@
 #include "platform/defaults_store.h"
 #include "platform/paths.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -11,38 +10,23 @@
 
 namespace velmora::test {
 
-namespace {
-// VELMORA_DEFAULTS_DOMAIN is read on macOS only, where the defaults live in a preferences domain
-// that HOME does not move: each temporary home gets a throwaway domain of its own there.
-const char* const variables[] = {"HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "XDG_DATA_HOME",
-                                 "XDG_RUNTIME_DIR", "VELMORA_DEFAULTS_DOMAIN"};
-}
-
 TempHome::TempHome() {
     std::string pattern = (std::filesystem::temp_directory_path() / "velmora-test-XXXXXX").string();
     if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
     root_ = pattern;
-    for (const char* name : variables) {
-        const char* value = std::getenv(name);
-        saved_[name] = value ? std::optional<std::string>(value) : std::nullopt;
-    }
-    ::setenv("HOME", root_.c_str(), 1);
-    ::setenv("XDG_CONFIG_HOME", configHome().c_str(), 1);
-    ::setenv("XDG_STATE_HOME", stateHome().c_str(), 1);
-    ::setenv("XDG_DATA_HOME", dataHome().c_str(), 1);
-    ::setenv("XDG_RUNTIME_DIR", runtimeDir().c_str(), 1);
-    std::string domain = "com.velmora.tests." + std::filesystem::path(root_).filename().string();
-    ::setenv("VELMORA_DEFAULTS_DOMAIN", domain.c_str(), 1);
+    // VELMORA_DEFAULTS_DOMAIN is read on macOS only, where the defaults live in a preferences domain
+    // that HOME does not move: each temporary home gets a throwaway domain of its own there.
+    const std::string domain = "com.velmora.tests." + std::filesystem::path(root_).filename().string();
+    for (const auto& [name, value] : {std::pair<std::string, std::string>{"HOME", root_}, {"XDG_CONFIG_HOME", configHome()},
+                                      {"XDG_STATE_HOME", stateHome()}, {"XDG_DATA_HOME", dataHome()},
+                                      {"XDG_RUNTIME_DIR", runtimeDir()}, {"VELMORA_DEFAULTS_DOMAIN", domain}})
+        environment_.emplace_back(name, value);
     // Noted now: what the environment names at the end may no longer be ours to throw away.
     defaults_ = platform::defaultsLocation();
 }
 
 TempHome::~TempHome() {
     platform::discardStoredDefaults(defaults_);
-    for (const auto& [name, value] : saved_) {
-        if (value) ::setenv(name.c_str(), value->c_str(), 1);
-        else ::unsetenv(name.c_str());
-    }
     std::error_code ignored;
     std::filesystem::remove_all(root_, ignored);
 }

@@ -3,8 +3,9 @@
 // that is removed afterwards (and the defaults store into a throwaway place that is emptied), so
 // tests never touch the real user's files or settings.
 
-#include <map>
-#include <optional>
+#include "support/scoped_env.h"
+
+#include <list>
 #include <string>
 
 namespace velmora::test {
@@ -25,7 +26,7 @@ public:
 private:
     std::string root_;
     std::string defaults_;
-    std::map<std::string, std::optional<std::string>> saved_;
+    std::list<ScopedEnv> environment_;  // each variable set back when the home goes
 };
 
 std::string readFile(const std::string& path);
