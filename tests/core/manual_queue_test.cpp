@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 using velmora::ManualQueue;
@@ -39,7 +38,9 @@ TEST(ManualQueue, CancelledTimersNeverRunEvenWhenCancelledByAnotherTimerDueAtThe
     EXPECT_FALSE(queue.advanceToNextTimer());
 }
 
-TEST(ManualQueue, RunsPostedWorkInOrderAndWaitsForWorkFromOtherThreads) {
+// Waiting for work posted from other threads is what every test with a child process does; a wait
+// that timed out must say so, or those tests would pass without their answer.
+TEST(ManualQueue, RunsPostedWorkInOrderAndAWaitThatTimesOutSaysSo) {
     ManualQueue queue;
     std::vector<std::string> seen;
     queue.post([&] {
@@ -49,9 +50,5 @@ TEST(ManualQueue, RunsPostedWorkInOrderAndWaitsForWorkFromOtherThreads) {
     queue.post([&] { seen.push_back("b"); });
     EXPECT_EQ(queue.runPending(), 3u);
     EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "c"}));
-    bool arrived = false;
-    std::thread worker([&] { queue.post([&] { arrived = true; }); });
-    EXPECT_TRUE(queue.runUntil([&] { return arrived; }, 5.0));
-    worker.join();
     EXPECT_FALSE(queue.runUntil([] { return false; }, 0.05));
 }
