@@ -24,7 +24,6 @@
 using namespace velmora;
 using velmora::test::BackgroundProcess;
 using velmora::test::readFile;
-using velmora::test::TempHome;
 using velmora::test::writeFile;
 
 namespace {
@@ -49,7 +48,7 @@ protected:
 
     std::string log() const { return readFile(platform::logFilePath()); }
 
-    TempHome home;
+    test::TempHome home;
     std::string server = home.path() + "/server";
     std::string outPath;
 };

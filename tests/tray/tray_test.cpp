@@ -179,7 +179,7 @@ TEST_F(TrayTest, ExportsTheStatusMenuAndCarriesOutClicks) {
     expected[6] = "Open Velmora at Login [x]";
     EXPECT_TRUE(pumpUntil([&] { return (shown = entries()) == expected; })) << ::testing::PrintToString(shown);
 
-    // A second launch leaves the first one's server alone and exits at once.
+    // A second launch hands over to the first and exits at once; the first keeps running.
     EXPECT_EQ(startVelmora()->waitForExit(20), 0);
     EXPECT_FALSE(velmora->waitForExit(0.5).has_value());
 
