@@ -21,7 +21,7 @@ using velmora::platform::DefaultsStore;
 namespace test = velmora::test;
 
 // Values of kinds the store does not read (lists, null) are ignored on reading and kept on writing.
-TEST(DefaultsStore, KeepsTypedValuesInOneJsonFileUnderTheConfigFolder) {
+TEST(DefaultsStore, KeepsTypedValuesInOneJsonFileUnderTheConfigFolderAndConvertsThemOnReading) {
     test::TempHome home;
     DefaultsStore store;
     EXPECT_EQ(store.location(), home.configHome() + "/velmora/defaults.json");
@@ -43,16 +43,7 @@ TEST(DefaultsStore, KeepsTypedValuesInOneJsonFileUnderTheConfigFolder) {
     ASSERT_EQ(::stat(store.location().c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
 
-    // A file where the folder goes: the write fails and changes nothing.
-    std::filesystem::remove_all(home.configHome() + "/velmora");
-    test::writeFile(home.configHome() + "/velmora", "not a folder");
-    EXPECT_FALSE(store.set("fps", std::int64_t{15}));
-    EXPECT_EQ(test::readFile(home.configHome() + "/velmora"), "not a folder");
-}
-
-TEST(DefaultsStore, ReadingsConvertBetweenTypesLikeTheCocoaDefaults) {
-    test::TempHome home;
-    DefaultsStore store;
+    // Readings convert between types like the Cocoa defaults.
     store.set("n", 3.9);
     EXPECT_EQ(store.integer("n"), 3);
     EXPECT_TRUE(store.boolean("n"));
@@ -63,6 +54,12 @@ TEST(DefaultsStore, ReadingsConvertBetweenTypesLikeTheCocoaDefaults) {
     store.set("n", true);
     EXPECT_EQ(store.integer("n"), 1);
     EXPECT_EQ(store.string("n"), std::nullopt) << "only text reads as text";
+
+    // A file where the folder goes: the write fails and changes nothing.
+    std::filesystem::remove_all(home.configHome() + "/velmora");
+    test::writeFile(home.configHome() + "/velmora", "not a folder");
+    EXPECT_FALSE(store.set("fps", std::int64_t{15}));
+    EXPECT_EQ(test::readFile(home.configHome() + "/velmora"), "not a folder");
 }
 
 // A file that cannot be read never makes Velmora guess: it keeps the values read before, its own
