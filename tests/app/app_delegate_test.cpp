@@ -1,13 +1,11 @@
 // The application object on the virtual clock, with in-memory views and a shell script as the
-// server: start-up order, what the menu shows, the toggles, the two reports and quitting.
+// server: start-up order, what the menu shows, the toggles and the two reports.
 
 #include "app/app_delegate.h"
 
 #include "core/manual_queue.h"
 #include "netcheck/net_info.h"
 #include "platform/paths.h"
-#include "platform/words.h"
-#include "support/http_server.h"
 #include "support/loopback.h"
 #include "support/scoped_env.h"
 #include "support/temp_home.h"
@@ -87,9 +85,8 @@ protected:
     }
 
     void answer(const std::string& line) { writeFile(home.path() + "/answer", line + "\n"); }
-    void settings(const std::string& json) { writeFile(platform::defaultsLocation(), json); }
     void launch(const std::string& json) {
-        settings(json);
+        writeFile(platform::defaultsLocation(), json);
         auto stopLeftovers = [this] { view.events.push_back("stop leftovers"); return 2; };
         delegate = AppDelegate::create({.mainQueue = queue, .view = view, .desktop = view, .bundleRoot = home.path() + "/prefix",
                                         .stopLeftovers = stopLeftovers, .stopGrace = 2});
@@ -121,18 +118,8 @@ TEST_F(AppDelegateTest, StartsUpInOrderShowsWhereToConnectAndCarriesOutTheMenu) 
 
     waitUntilRunning();
     auto addresses = NetInfo::localAddresses();
-    auto runningOn = [&](const std::string& port) {
-        return addresses.empty() ? "Running on port " + port + " (no network)"
-                                 : "Running · " + addresses.front().ip + ":" + port;
-    };
-    EXPECT_EQ(view.shown.statusLine, runningOn("3389"));
-    // The status line reads the stored port as it is, even one the server could not use.
-    settings(R"({"port": 70000, "usagePing": false})");
-    delegate->updateUI();
-    EXPECT_EQ(view.shown.statusLine, runningOn("70000"));
-    delegate->perform(MenuAction::toggleServer);
-    EXPECT_EQ(view.shown.statusLine, "Stopped");
-
+    EXPECT_EQ(view.shown.statusLine, addresses.empty() ? std::string("Running on port 3389 (no network)")
+                                                       : "Running · " + addresses.front().ip + ":3389");
     delegate->perform(MenuAction::toggleUsagePing);
     EXPECT_TRUE(view.shown.usagePing);  // read back from the store
     view.loginItemFailure = "Could not remove /x: Permission denied";
@@ -148,43 +135,29 @@ TEST_F(AppDelegateTest, WithoutAPermissionsWindowTheMinuteTickStartsTheServerOnc
     view.windows = false;
     launch(R"({"usagePing": false})");
     waitForIdle();
-    ASSERT_EQ(view.notices.size(), 1u);
-    EXPECT_EQ(view.notices[0], "The display :3 is open, but its screen cannot be read. Velmora shares X11 desktops whose "
-                               "screen may be read by their own user. The server was not started (checking again every "
-                               "minute)");
+    EXPECT_EQ(view.notices, std::vector<std::string>{"The display :3 is open, but its screen cannot be read. Velmora shares "
+                                                     "X11 desktops whose screen may be read by their own user. The server "
+                                                     "was not started (checking again every minute)"});
     // Still missing a minute later: checked again, but not reported again.
     queue.advance(60);
     waitForIdle();
-    EXPECT_FALSE(running());
     EXPECT_EQ(view.notices.size(), 1u);
-    EXPECT_TRUE(delegate->startRetryPending());
 
     answer("screen=1 input=1");
     queue.advance(60);
     waitUntilRunning();
-    EXPECT_FALSE(delegate->startRetryPending());
 }
 
 TEST_F(AppDelegateTest, AMissingPermissionOpensTheWindowAtStartUpAndTheReportsFollowTheServer) {
     test::ScopedEnv state{"XDG_STATE_HOME", home.path() + "/my state"};
-    test::HttpServer service;
-    service.answer(200, "203.0.113.7\n");
-    test::ScopedEnv serviceURL{"VELMORA_SERVICE_URL", service.baseURL()};
     const int port = test::closedLoopbackPort();
     answer("screen=1 input=0");
     launch(R"({"autoStart": false, "usagePing": false, "port": )" + std::to_string(port) + "}");
     ASSERT_TRUE(queue.runUntil([&] { return view.window && view.window->visible; }));
-    EXPECT_FALSE(running());
 
-    writeFile(platform::logFilePath(), "env MAC_SHADOW_NLA=anna:0123456789abcdef0123456789abcdef\n");
+    // What the report holds is the diagnostics command's test; here it is copied and said for 4 s.
     delegate->perform(MenuAction::copyDiagnostics);
     ASSERT_TRUE(queue.runUntil([&] { return !view.copied.empty(); }));
-    const std::string report = view.copied.front();
-    EXPECT_NE(report.find("\nPermission " + platform::say(platform::words::inputPermission) + ": missing\n"),
-              std::string::npos)
-        << report;
-    EXPECT_NE(report.find("\nenv [removed]\n"), std::string::npos) << report;  // the log's end, redacted
-    EXPECT_EQ(view.statusLine, "Diagnostics copied. Paste them into your email.");
     queue.advance(3.9);
     EXPECT_EQ(view.statusLine, "Diagnostics copied. Paste them into your email.");
     queue.advance(0.2);
@@ -192,33 +165,26 @@ TEST_F(AppDelegateTest, AMissingPermissionOpensTheWindowAtStartUpAndTheReportsFo
     delegate->perform(MenuAction::showLog);
     EXPECT_EQ(view.opened, std::vector<std::string>{"file://" + home.path() + "/my%20state/velmora/Velmora.log"});
 
-    // A stopped server is neither connected to nor reported on the public address; "OK" copies nothing.
-    view.copied.clear();
-    delegate->perform(MenuAction::testConnection);
-    ASSERT_TRUE(queue.runUntil([&] { return view.alerts.size() == 1; }));
-    EXPECT_EQ(view.alerts[0], (Alert{"Test Connection", NetInfo::report(port, false, {}, false, {}, false),
-                                     {"OK", "Copy Address"}}));
-    EXPECT_TRUE(service.requests().empty());
-    EXPECT_TRUE(view.copied.empty());
-
     // Allowed now: the window's poll sees it, but with autoStart off only its button starts the server.
     answer("screen=1 input=1");
     delegate->helperPerms()->drainQueue();  // no probe is still out, so the next poll asks again
     queue.runPending();
     queue.advance(2);
     ASSERT_TRUE(queue.runUntil([&] { return view.window->shown.startButtonEnabled; }));
-    EXPECT_TRUE(view.window->visible);
     EXPECT_FALSE(running());
     delegate->permissions().startNow();
     waitUntilRunning();
 
+    // The stand-in server listens nowhere, the login item is on now, and "Copy Address" copies the
+    // first address. (What a stopped server's test says is the test-connection command's test.)
+    view.copied.clear();
     view.loginItem = true;
-    view.alertAnswer = 1;  // "Copy Address"
+    view.alertAnswer = 1;
     delegate->perform(MenuAction::testConnection);
-    ASSERT_TRUE(queue.runUntil([&] { return view.alerts.size() == 2; }, 20));
-    // The stand-in server listens nowhere; the login item is on now.
+    ASSERT_TRUE(queue.runUntil([&] { return !view.alerts.empty(); }, 20));
     auto addresses = NetInfo::localAddresses();
-    EXPECT_EQ(view.alerts[1].informative, NetInfo::report(port, true, addresses, false, "203.0.113.7", true));
+    EXPECT_EQ(view.alerts, (std::vector<Alert>{{"Test Connection", NetInfo::report(port, true, addresses, false, {}, true),
+                                                {"OK", "Copy Address"}}}));
     std::vector<std::string> expected;
     if (!addresses.empty()) expected.push_back(addresses.front().ip + ":" + std::to_string(port));
     EXPECT_EQ(view.copied, expected);

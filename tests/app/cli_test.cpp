@@ -9,27 +9,21 @@
 
 using namespace velmora;
 
+// How the listing treats other variables is the plan listing's test; here the stored settings reach
+// it, and a login left in Velmora's own environment is taken out and never shown.
 TEST(CommandLine, PlanPrintsArgumentsThenTheChangedEnvironmentForTheStoredSettings) {
     test::TempHome home;
     test::writeFile(home.configHome() + "/velmora/defaults.json",
-                    R"({"port": 3390, "requireLogin": false, "cursorInVideo": true, "maxWidth": 0, "security": "rdp"})");
-    const std::map<std::string, std::optional<std::string>> env = {
-        {"MAC_SHADOW_MAX_WIDTH", "1280"},
-        {"MAC_SHADOW_NLA", "leaked:8846f7eaee8fb117ad06bdd830b7586c"},
-        {"WLOG_LEVEL", std::nullopt},
-        {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"}};
-    auto result = test::runCommand({test::builtExecutable("bin/velmora"), "plan"}, env);
+                    R"({"port": 3390, "requireLogin": false, "cursorInVideo": true})");
+    auto result = test::runCommand({test::builtExecutable("bin/velmora"), "plan"},
+                                   {{"MAC_SHADOW_NLA", "leaked:8846f7eaee8fb117ad06bdd830b7586c"},
+                                    {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"}});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.out.substr(0, result.out.find("\n\n") + 2),
               "/port:3390\n-auth\n/sec:tls\n-gfx-avc444\n/max-connections:5\n\n");
     EXPECT_NE(result.out.find("\nMAC_SHADOW_CURSOR=1\n"), std::string::npos);
-    EXPECT_NE(result.out.find("\n-MAC_SHADOW_MAX_WIDTH\n"), std::string::npos);
     EXPECT_NE(result.out.find("\n-MAC_SHADOW_NLA\n"), std::string::npos);
-    EXPECT_NE(result.out.find("\nWLOG_LEVEL=INFO\n"), std::string::npos);
-    EXPECT_EQ(result.out.find("HOME="), std::string::npos) << "unchanged variables are not listed";
     EXPECT_EQ(result.out.find("8846f7"), std::string::npos);
-    // The legacy key was migrated away on the way.
-    EXPECT_EQ(test::readFile(home.configHome() + "/velmora/defaults.json").find("security"), std::string::npos);
 }
 
 TEST(CommandLine, UnknownCommandsPrintUsageAndFail) {
@@ -39,64 +33,42 @@ TEST(CommandLine, UnknownCommandsPrintUsageAndFail) {
     EXPECT_EQ(test::runCommand({test::builtExecutable("bin/velmora"), "login", "set"}).exitCode, 2);
 }
 
-namespace {
-
-// The value after '=' of openssl's one-line answer ("sha256 Fingerprint=AB:…", "notAfter=…").
-std::string opensslValue(const std::vector<std::string>& arguments) {
-    std::vector<std::string> argv = {"/usr/bin/openssl"};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
-    auto result = test::runCommand(argv);
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    std::string line = result.out.substr(0, result.out.find('\n'));
-    return line.substr(line.find('=') + 1);
-}
-
-}  // namespace
-
 TEST(CommandLine, CertificateShowsWhatOpensslShowsOrSaysThereIsNoneYet) {
     test::TempHome home;
     const std::string velmora = test::builtExecutable("bin/velmora");
-    const std::string folder = home.configHome() + "/freerdp/shadow";
+    const std::string folder = home.configHome() + "/freerdp/shadow", cert = folder + "/shadow.crt";
+    auto refused = [&](const std::string& message) {
+        auto result = test::runCommand({velmora, "certificate"});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    };
+    refused("has not made its certificate yet (" + cert + ")");
+    std::filesystem::create_directories(cert);
+    refused("shadow.crt cannot be read");
+    std::filesystem::remove(cert);
+    test::writeFile(cert, "-----BEGIN CERTIFICATE-----\nbm90IGEgY2VydA==\n-----END CERTIFICATE-----\n");
+    refused("holds no certificate that can be read");
 
-    auto none = test::runCommand({velmora, "certificate"});
-    EXPECT_EQ(none.exitCode, 1);
-    EXPECT_EQ(none.out, "");
-    EXPECT_NE(none.err.find("has not made its certificate yet (" + folder + "/shadow.crt)"), std::string::npos)
-        << none.err;
-
-    std::filesystem::create_directories(folder + "/shadow.crt");
-    auto unreadable = test::runCommand({velmora, "certificate"});
-    EXPECT_EQ(unreadable.exitCode, 1);
-    EXPECT_NE(unreadable.err.find("shadow.crt cannot be read"), std::string::npos) << unreadable.err;
-    std::filesystem::remove(folder + "/shadow.crt");
-
-    test::writeFile(folder + "/shadow.crt", "-----BEGIN CERTIFICATE-----\nbm90IGEgY2VydA==\n-----END CERTIFICATE-----\n");
-    auto garbage = test::runCommand({velmora, "certificate"});
-    EXPECT_EQ(garbage.exitCode, 1);
-    EXPECT_NE(garbage.err.find("holds no certificate that can be read"), std::string::npos) << garbage.err;
-
-    const std::string cert = folder + "/shadow.crt";
     auto made = test::runCommand({"/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
                                   "ec_paramgen_curve:prime256v1", "-nodes", "-days", "30", "-subj",
                                   "/O=Velmora test/CN=desk-7", "-keyout", folder + "/shadow.key", "-out", cert});
     ASSERT_EQ(made.exitCode, 0) << made.err;
+    // The value after '=' of openssl's one-line answer ("sha256 Fingerprint=AB:…", "notAfter=…").
+    auto x509 = [&](std::vector<std::string> options) {
+        options.insert(options.begin(), {"/usr/bin/openssl", "x509", "-in", cert, "-noout"});
+        std::string line = test::runCommand(options).out;
+        line = line.substr(0, line.find('\n'));
+        return line.substr(line.find('=') + 1);
+    };
     auto shown = test::runCommand({velmora, "certificate"});
     ASSERT_EQ(shown.exitCode, 0) << shown.err;
-    const std::string sha256 = opensslValue({"x509", "-in", cert, "-noout", "-fingerprint", "-sha256"});
-    const std::string sha1 = opensslValue({"x509", "-in", cert, "-noout", "-fingerprint", "-sha1"});
-    ASSERT_EQ(sha256.size(), 32u * 3 - 1);
-    ASSERT_EQ(sha1.size(), 20u * 3 - 1);
-    EXPECT_EQ(shown.out,
-              "Certificate: " + cert + "\n"
-              "Subject: desk-7\n"
-              "Valid from: " + opensslValue({"x509", "-in", cert, "-noout", "-startdate", "-dateopt", "iso_8601"}) + "\n"
-              "Valid until: " + opensslValue({"x509", "-in", cert, "-noout", "-enddate", "-dateopt", "iso_8601"}) + "\n"
-              "SHA-256 fingerprint: " + sha256 + "\n"
-              "SHA-1 fingerprint (thumbprint): " + sha1 + "\n");
+    EXPECT_EQ(shown.out, "Certificate: " + cert + "\nSubject: desk-7\n"
+                         "Valid from: " + x509({"-startdate", "-dateopt", "iso_8601"}) + "\n"
+                         "Valid until: " + x509({"-enddate", "-dateopt", "iso_8601"}) + "\n"
+                         "SHA-256 fingerprint: " + x509({"-fingerprint", "-sha256"}) + "\n"
+                         "SHA-1 fingerprint (thumbprint): " + x509({"-fingerprint", "-sha1"}) + "\n");
 }
 
-// `login set` refuses what cannot work (a refusal leaves the stored login as it was) and says what
-// it did.
 TEST(CommandLine, LoginSetRefusesWhatCannotWorkAndSaysWhatItDid) {
     VELMORA_REQUIRE_KEYRING();
     test::TempHome home;
@@ -117,7 +89,7 @@ TEST(CommandLine, LoginSetRefusesWhatCannotWorkAndSaysWhatItDid) {
         EXPECT_EQ(refused.exitCode, 1) << message;
         EXPECT_NE(refused.err.find(message), std::string::npos) << refused.err;
     }
-    EXPECT_EQ(login({"show"}, "").out, "anna\n");
+    EXPECT_EQ(login({"show"}, "").out, "anna\n");  // the refusals left it as it was
     auto renamed = login({"set", "bob"}, "");
     EXPECT_EQ(renamed.exitCode, 0) << renamed.err;
     EXPECT_EQ(renamed.out, "No password given: kept the stored password, now under the name bob.\n"

@@ -1,6 +1,5 @@
 // Runs the real `velmora --headless` with a shell script as its server: one Velmora per user.
 
-#include "core/environment.h"
 #include "platform/instance_socket.h"
 #include "platform/paths.h"
 #include "process/spawn.h"
@@ -19,11 +18,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <tuple>
 #include <unistd.h>
 
 using namespace velmora;
+using velmora::test::BackgroundProcess;
 using velmora::test::readFile;
-using velmora::test::TempHome;
 using velmora::test::writeFile;
 
 namespace {
@@ -33,35 +33,35 @@ protected:
     void SetUp() override {
         if (!Spawn::findServers().empty()) GTEST_SKIP() << "a Velmora server is running on this machine";
     }
-    // Whatever a failed assertion left running.
+    // A server that a failed assertion left behind (a Velmora is ended with its BackgroundProcess).
     void TearDown() override {
-        for (auto& velmora : started) {
-            if (!velmora->isRunning()) continue;
-            ::kill(velmora->pid(), SIGKILL);
-            velmora->wait(10);
-        }
         if (test::fileExists(home.path() + "/server.pid")) ::kill(std::stoi(readFile(home.path() + "/server.pid")), SIGKILL);
     }
 
-    std::shared_ptr<SpawnedProcess> startVelmora(const std::string& errName) {
-        Environment environment = processEnvironment();
-        environment["KORVEN_CLI"] = server;
-        errPath = home.path() + "/" + errName;
-        int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        auto velmora = Spawn::start(test::builtExecutable("bin/velmora"), {"--headless"}, environment, std::nullopt,
-                                    err, false);
-        ::close(err);
-        started.push_back(velmora);
-        return velmora;
+    std::unique_ptr<BackgroundProcess> startVelmora(const std::string& outName) {
+        outPath = home.path() + "/" + outName;
+        std::filesystem::remove(outPath);
+        return std::make_unique<BackgroundProcess>(std::vector<std::string>{test::builtExecutable("bin/velmora"), "--headless"},
+                                                   std::map<std::string, std::optional<std::string>>{{"KORVEN_CLI", server}},
+                                                   outPath);
     }
 
     std::string log() const { return readFile(platform::logFilePath()); }
 
-    TempHome home;
+    test::TempHome home;
     std::string server = home.path() + "/server";
-    std::string errPath;
-    std::vector<std::shared_ptr<SpawnedProcess>> started;
+    std::string outPath;
 };
+
+int connectTo(const std::string& path) {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ::fcntl(fd, F_SETFL, O_NONBLOCK);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    [[maybe_unused]] int connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    return fd;
+}
 
 }  // namespace
 
@@ -70,27 +70,23 @@ TEST_F(HeadlessTest, OneVelmoraPerUserAndACrashedOneDoesNotBlockTheNext) {
     const std::string installed = home.path() + "/install" + platform::serverExecutableSuffix();
     writeFile(installed, readFile("/bin/sleep"));
     ::chmod(installed.c_str(), 0755);
-    writeFile(server, "#!/bin/sh\n"
-                      "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
-                      "echo $$ > '" + home.path() + "/server.pid'\n"
-                      "exec '" + installed + "' 1000\n");
-    ::chmod(server.c_str(), 0755);
+    test::writeScript(server, "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
+                              "echo $$ > '" + home.path() + "/server.pid'\nexec '" + installed + "' 1000\n");
     auto first = startVelmora("first");
     ASSERT_TRUE(test::eventually([&] { return test::fileExists(home.path() + "/server.pid"); }, 20)) << log();
     pid_t serverPid = std::stoi(readFile(home.path() + "/server.pid"));
 
     auto second = startVelmora("second");
-    ASSERT_TRUE(second->wait(30));
-    EXPECT_EQ(second->exitCode(), 1);
-    EXPECT_NE(readFile(errPath).find("Velmora is already running (pid " + std::to_string(first->pid()) + ")"),
+    EXPECT_EQ(second->waitForExit(30), 1);
+    EXPECT_NE(readFile(outPath).find("Velmora is already running (pid " + std::to_string(first->pid()) + ")"),
               std::string::npos)
-        << readFile(errPath);
+        << readFile(outPath);
     EXPECT_EQ(::kill(serverPid, 0), 0);
-    EXPECT_TRUE(first->isRunning());
+    EXPECT_FALSE(first->waitForExit(0));
 
     // A crash leaves the lock file and the server behind; the next start takes over both.
-    ::kill(first->pid(), SIGKILL);
-    ASSERT_TRUE(first->wait(30));
+    first->signal(SIGKILL);
+    ASSERT_TRUE(first->waitForExit(30));
     std::filesystem::remove(home.path() + "/server.pid");
     auto third = startVelmora("third");
     ASSERT_TRUE(test::eventually([&] { return test::fileExists(home.path() + "/server.pid"); }, 20)) << log();
@@ -98,9 +94,8 @@ TEST_F(HeadlessTest, OneVelmoraPerUserAndACrashedOneDoesNotBlockTheNext) {
               std::string::npos)
         << log();
     EXPECT_TRUE(test::eventually([&] { return ::kill(serverPid, 0) != 0; }, 20));
-    ::kill(third->pid(), SIGTERM);
-    ASSERT_TRUE(third->wait(30));
-    EXPECT_EQ(third->exitCode(), 0);
+    third->signal(SIGTERM);
+    EXPECT_EQ(third->waitForExit(30), 0);
 }
 
 // Another user can make /tmp/velmora-<uid> first (when XDG_RUNTIME_DIR is unset): Velmora keeps its
@@ -127,9 +122,8 @@ TEST_F(HeadlessTest, KeepsItsLockOnlyInAPrivateFolderOfItsOwn) {
         fs::remove_all(folder);
         if (!plant()) continue;
         auto velmora = startVelmora("refused");
-        ASSERT_TRUE(velmora->wait(20)) << problem;
-        EXPECT_EQ(velmora->exitCode(), 1);
-        EXPECT_NE(readFile(errPath).find("velmora: not started: " + problem), std::string::npos) << readFile(errPath);
+        EXPECT_EQ(velmora->waitForExit(20), 1) << problem;
+        EXPECT_NE(readFile(outPath).find("velmora: not started: " + problem), std::string::npos) << readFile(outPath);
         EXPECT_EQ(readFile(precious), "precious");
     }
     // Its own folder, open to others: made private, then used.
@@ -137,33 +131,39 @@ TEST_F(HeadlessTest, KeepsItsLockOnlyInAPrivateFolderOfItsOwn) {
     fs::create_directories(folder);
     fs::permissions(folder, fs::perms::all);
     auto velmora = startVelmora("open");
-    EXPECT_TRUE(test::eventually([&] { return fs::is_socket(folder + "/velmora.socket"); }, 20)) << readFile(errPath);
+    EXPECT_TRUE(test::eventually([&] { return fs::is_socket(folder + "/velmora.socket"); }, 20)) << readFile(outPath);
     EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
-    ::kill(velmora->pid(), SIGTERM);
-    EXPECT_TRUE(velmora->wait(30));
+    velmora->signal(SIGTERM);
+    EXPECT_EQ(velmora->waitForExit(30), 0);
 }
 
-namespace {
-
-int connectTo(const std::string& path) {
-    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    ::fcntl(fd, F_SETFL, O_NONBLOCK);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    [[maybe_unused]] int connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    return fd;
-}
-
-}  // namespace
-
-// Idle connections, an endless request and running out of descriptors never silence the socket a
-// second launch speaks to.
-TEST_F(HeadlessTest, TheSocketOutlastsIdleConnectionsEndlessRequestsAndLackOfDescriptors) {
+// `velmora login set` and `login clear` reach the running server through the running Velmora's
+// socket, which idle connections, an endless request and running out of descriptors never silence.
+TEST_F(HeadlessTest, LoginChangesRestartTheServerAndTheSocketOutlastsIdleAndEndlessConnections) {
+    VELMORA_REQUIRE_KEYRING();
     if (!std::filesystem::exists("/proc/self/fd")) GTEST_SKIP() << "needs /proc to count descriptors";
+    const std::string noted = home.path() + "/server.pid";
+    // The server notes its pid and the user of the Windows login it was given.
+    test::writeScript(server, "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
+                              "echo \"$$ ${MAC_SHADOW_NLA%%:*}\" > '" + noted + ".new' && mv '" + noted + ".new' '" +
+                              noted + "'\nexec sleep 1000\n");
+    auto velmora = startVelmora("out");
+    ASSERT_TRUE(test::eventually([&] { return test::fileExists(noted); }, 20)) << log();
+    const std::string velmoraCli = test::builtExecutable("bin/velmora");
+    // What the command says, and the end of what the restarted server notes.
+    const std::tuple<std::vector<std::string>, std::string, std::string> steps[] = {
+        {{velmoraCli, "login", "set", "anna"}, "The running server was restarted with the new Windows login.\n", " anna\n"},
+        {{velmoraCli, "login", "clear"}, "The running server was restarted without a Windows login.\n", " \n"}};
+    for (const auto& [argv, said, restarted] : steps) {
+        const std::string before = readFile(noted), ending = restarted;
+        auto result = test::runCommand(argv, {}, "secret\n");
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.out, said);
+        EXPECT_TRUE(test::eventually([&] { return readFile(noted) != before && readFile(noted).ends_with(ending); }, 20))
+            << readFile(noted) << log();
+    }
+
     const std::string socket = platform::socketPath();
-    auto velmora = startVelmora("err");
-    ASSERT_TRUE(test::eventually([&] { return std::filesystem::is_socket(socket); }, 20)) << readFile(errPath);
     int endless = connectTo(socket);
     const std::string noLineEnd(65536, 'x');
     [[maybe_unused]] ssize_t sent = ::send(endless, noLineEnd.data(), noLineEnd.size(), 0);
@@ -178,46 +178,10 @@ TEST_F(HeadlessTest, TheSocketOutlastsIdleConnectionsEndlessRequestsAndLackOfDes
                   .exitCode, 0);
     std::vector<int> idle;
     for (int i = 0; i < 100; ++i) idle.push_back(connectTo(socket));
-
-    auto second = test::runCommand({test::builtExecutable("bin/velmora")});
+    auto second = test::runCommand({velmoraCli});
     EXPECT_EQ(second.exitCode, 0) << second.err;
     for (int fd : idle) ::close(fd);
     ::close(endless);
-    ::kill(velmora->pid(), SIGTERM);
-    EXPECT_TRUE(velmora->wait(30));
-}
-
-// `velmora login set` and `login clear` reach a running server through the running Velmora.
-TEST_F(HeadlessTest, LoginChangesRestartTheRunningServer) {
-    VELMORA_REQUIRE_KEYRING();
-    const std::string noted = home.path() + "/server.pid";
-    // The server notes its pid and the user of the Windows login it was given.
-    test::writeScript(server, "if [ -n \"$MAC_SHADOW_PERMS\" ]; then echo screen=1 input=1; exit 0; fi\n"
-                              "echo \"$$ ${MAC_SHADOW_NLA%%:*}\" > '" + noted + ".new' && mv '" + noted + ".new' '" +
-                              noted + "'\nexec sleep 1000\n");
-    auto velmora = startVelmora("err");
-    ASSERT_TRUE(test::eventually([&] { return test::fileExists(noted); }, 20)) << log();
-    const std::string velmoraCli = test::builtExecutable("bin/velmora");
-    struct Step {
-        std::vector<std::string> arguments;
-        std::string said;
-        std::string serverUser;
-    };
-    for (const Step& step : {Step{{"set", "anna"}, "The running server was restarted with the new Windows login.\n", "anna"},
-                             Step{{"clear"}, "The running server was restarted without a Windows login.\n", ""}}) {
-        const std::string before = readFile(noted);
-        std::vector<std::string> argv = {velmoraCli, "login"};
-        argv.insert(argv.end(), step.arguments.begin(), step.arguments.end());
-        auto result = test::runCommand(argv, {}, "secret\n");
-        EXPECT_EQ(result.exitCode, 0) << result.err;
-        EXPECT_EQ(result.out, step.said);
-        const std::string restarted = " " + step.serverUser + "\n";
-        EXPECT_TRUE(test::eventually([&] { return readFile(noted) != before && readFile(noted).ends_with(restarted); }, 20))
-            << readFile(noted) << log();
-    }
-    ::kill(velmora->pid(), SIGTERM);
-    ASSERT_TRUE(velmora->wait(30));
-    auto idle = test::runCommand({velmoraCli, "login", "set", "anna"}, {}, "secret\n");
-    EXPECT_EQ(idle.out, "Takes effect when the server next starts.\n");
-    test::runCommand({velmoraCli, "login", "clear"});
+    velmora->signal(SIGTERM);
+    EXPECT_EQ(velmora->waitForExit(30), 0);
 }

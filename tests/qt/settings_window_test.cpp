@@ -4,6 +4,7 @@
 #include "core/manual_queue.h"
 #include "platform/paths.h"
 #include "qt/qt_desktop.h"
+#include "qt/tray_view.h"
 #include "support/e2e_harness.h"
 #include "support/keyring.h"
 #include "support/log_lines.h"
@@ -18,16 +19,6 @@
 using namespace velmora;
 
 namespace {
-
-class MenuOnly final : public AppView {
-public:
-    void buildMenu(const std::vector<MenuItem>&) override {}
-    void show(const MenuState&) override {}
-    void setStatusLine(const std::string&) override {}
-    void openSettings(SettingsForm&) override {}
-    std::unique_ptr<PermissionsWindowView> makePermissionsWindow(PermissionsController&) override { return nullptr; }
-    void notify(const std::string&) override {}
-};
 
 // Presses Return in `field` and answers the alert that comes up; what it said, or empty when none
 // came within the time given.
@@ -59,23 +50,20 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     test::writeFile(home.configHome() + "/velmora/defaults.json", R"({"port": 3390, "maxPixels": 3000000})");
 
     int argc = 1;
-    char name[] = "settings_window_test";
-    char* argv[] = {name, nullptr};
+    char* argv[] = {const_cast<char*>("settings_window_test"), nullptr};
     QApplication qapp(argc, argv);
-    MenuOnly view;
+    TrayView view([](MenuAction) {});  // never shown: the window is opened directly
     QtDesktop desktop;
     ManualQueue queue;
     auto app = AppDelegate::create({.mainQueue = queue, .view = view, .desktop = desktop,
                                     .bundleRoot = home.path() + "/no-prefix", .stopLeftovers = [] { return 0; }});
 
     SettingsWindow settings(app->settingsForm());
-    EXPECT_EQ(settings.window(), nullptr);
     settings.open();
     QDialog* win = settings.window();
     ASSERT_NE(win, nullptr);
     ASSERT_TRUE(QTest::qWaitForWindowExposed(win));
     EXPECT_EQ(win->windowTitle(), "Velmora Settings");
-    EXPECT_EQ(win->minimumSize(), win->maximumSize());
 
     auto* port = win->findChild<QLineEdit*>("port");
     auto* pass = win->findChild<QLineEdit*>("nlaPass");
@@ -102,7 +90,6 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     }
     auto shown = [&] { return (port->text() + " " + maxSize->currentText() + " " + scaleLabel->text()).toStdString(); };
     EXPECT_EQ(shown(), "3390 1440p 75%");
-    EXPECT_EQ(pass->placeholderText(), "password");
     EXPECT_TRUE(QTest::qWaitFor([win] { return win->isActiveWindow(); }, 5000));
     EXPECT_EQ(qobject_cast<QLineEdit*>(QApplication::focusWidget()), nullptr) << "no field starts focused";
 
@@ -120,7 +107,7 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     EXPECT_EQ(settings.window(), win);
     EXPECT_EQ(shown(), "3390 1440p 75%");
 
-    // A refused port: the alert, the window stays open with the edit, nothing stored.
+    // A refused port: the alert, and the window stays open with the edit (nothing stored: the form's test).
     port->setFocus();
     port->selectAll();
     QTest::keyClicks(port, "80");
@@ -131,13 +118,10 @@ TEST(SettingsWindow, OpensBuiltOnceRefilledAndSavesThePortTypedWithReturn) {
     EXPECT_TRUE(win->isVisible());
     EXPECT_EQ(port->text(), "80");
     EXPECT_EQ(pass->text(), "") << "a typed password never stays in the window";
-    EXPECT_EQ(platform::DefaultsStore().integer("port"), 3390);
 
     port->selectAll();
     QTest::keyClicks(port, "3392");
     EXPECT_EQ(returnAndAnswerAlert(port), "");
     EXPECT_FALSE(win->isVisible());
-    EXPECT_EQ(platform::DefaultsStore().integer("port"), 3392);
-    auto lines = test::logMessages();
-    EXPECT_TRUE(!lines.empty() && lines.back() == "port changed in Settings: 3390 -> 3392");
+    EXPECT_EQ(test::logMessages(), std::vector<std::string>{"port changed in Settings: 3390 -> 3392"});
 }
