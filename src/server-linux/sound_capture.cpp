@@ -99,11 +99,11 @@ bool SoundCapture::connectAndCapture(bool probeOnly) {
 
     pa_stream* stream = nullptr;
     if (ok && !probeOnly) {
-        const pa_sample_spec spec{PA_SAMPLE_S16LE, rate, channels};
-        stream = pa_stream_new(context, "Desktop sound for remote clients", &spec, nullptr);
+        const pa_sample_spec format{PA_SAMPLE_S16LE, rate, channels};
+        stream = pa_stream_new(context, "Desktop sound for remote clients", &format, nullptr);
         pa_buffer_attr buffer{};
         buffer.maxlength = buffer.tlength = buffer.prebuf = buffer.minreq = static_cast<std::uint32_t>(-1);
-        buffer.fragsize = static_cast<std::uint32_t>(pa_usec_to_bytes(fragment, &spec));
+        buffer.fragsize = static_cast<std::uint32_t>(pa_usec_to_bytes(fragment, &format));
         auto read = [](pa_stream* s, std::size_t, void* self) {
             const void* data = nullptr;
             std::size_t bytes = 0;
