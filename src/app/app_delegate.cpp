@@ -110,8 +110,7 @@ MenuState AppDelegate::menuState() const {
     if (state.running) addresses = NetInfo::localAddresses();
     std::string idle = supervisor_->idleStatusLine();
     // In a Wayland session no start can work: the line says why instead of "Stopped".
-    const auto& cause = helperPerms_->lastCause();
-    if (!supervisor_->starting() && cause && cause->word == Contract::Probe::Cause::wayland)
+    if (!supervisor_->starting() && helperPerms_->inWaylandSession())
         idle = platform::say(platform::words::waylandStatus);
     state.statusLine = StatusMenu::statusLine(state.running, idle, store_.integer(Key::port), addresses);
     state.toggleTitle = StatusMenu::toggleTitle(state.running);
@@ -159,11 +158,10 @@ void AppDelegate::showPermissions(PermissionsRequest request, bool quietRepeat) 
         return;
     }
     // A Wayland session stays one: trying again every minute would only repeat the message.
-    const auto& cause = helperPerms_->lastCause();
-    const bool retry = request.autoContinue && !(cause && cause->word == Contract::Probe::Cause::wayland);
+    const bool retry = request.autoContinue && !helperPerms_->inWaylandSession();
     bool repeat = quietRepeat && reportedWithoutWindow_ && reportedWithoutWindow_ == request.lastKnown;
     if (!repeat) {
-        std::string message = missingPermissionText(request.lastKnown, cause);
+        std::string message = missingPermissionText(request.lastKnown, helperPerms_->lastCause());
         message += (message.ends_with(".") ? " T" : "; t") + platform::say(platform::words::notStarted).substr(1);
         if (retry) message += " (checking again every minute)";
         HelperPerms::log(message);

@@ -95,6 +95,10 @@ HelperPerms::HelperPerms(MainQueue& mainQueue, platform::DefaultsStore& store, S
 
 HelperPerms::~HelperPerms() = default;  // the queue finishes what was queued; that work holds no strong reference
 
+bool HelperPerms::inWaylandSession() const {
+    return lastCause_ && lastCause_->word == Contract::Probe::Cause::wayland;
+}
+
 bool HelperPerms::grantedBefore() const { return store_.boolean(Key::helperPermsGrantedOnce); }
 
 void HelperPerms::probe(const std::string& mode, Completion completion) {

@@ -64,6 +64,8 @@ public:
     // was missing then, where the server said so.
     const std::optional<PermStatus>& last() const { return last_; }
     const std::optional<ProbeCause>& lastCause() const { return lastCause_; }
+    // The last check found a Wayland session, where no start can work and none is worth retrying.
+    bool inWaylandSession() const;
     bool lastProbeFailed() const { return lastProbeFailed_; }
     // Both permissions were reported granted at some time ("helperPermsGrantedOnce").
     bool grantedBefore() const;

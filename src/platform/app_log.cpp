@@ -1,5 +1,6 @@
 #include "platform/app_log.h"
 
+#include "platform/descriptors.h"
 #include "platform/paths.h"
 
 #include <cerrno>
@@ -37,13 +38,7 @@ void writeTo(const std::string& logPath, const std::string& message) {
     // O_APPEND makes the single write land at the end, whoever else appends meanwhile.
     int fd = openForAppend(logPath);
     if (fd < 0) return;
-    std::size_t written = 0;
-    while (written < text.size()) {
-        ssize_t n = ::write(fd, text.data() + written, text.size() - written);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        written += static_cast<std::size_t>(n);
-    }
+    writeAll(fd, text);
     ::close(fd);
 }
 

@@ -1,5 +1,7 @@
 #include "server-linux/stats_file.h"
 
+#include "platform/descriptors.h"
+
 #include "server-linux/helper_log.h"
 
 #include <algorithm>
@@ -26,14 +28,8 @@ bool replaceFile(const std::string& path, const std::string& bytes) {
     std::string temporary = path + ".tmp-" + std::to_string(::getpid());
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (fd < 0) return false;
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<std::size_t>(n);
-    }
-    bool written = ::close(fd) == 0 && done == bytes.size();
+    bool complete = platform::writeAll(fd, bytes);
+    bool written = ::close(fd) == 0 && complete;
     if (written && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
     ::unlink(temporary.c_str());
     return false;

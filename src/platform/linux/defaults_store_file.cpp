@@ -7,6 +7,7 @@
 
 #include "platform/app_log.h"
 #include "platform/defaults_store.h"
+#include "platform/descriptors.h"
 #include "platform/paths.h"
 #include "platform/system_log.h"
 
@@ -189,18 +190,8 @@ bool writeAtomically(const std::string& path, const std::string& contents) {
     ::unlink(temporary.c_str());
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) return false;
-    std::size_t written = 0;
-    while (written < contents.size()) {
-        ssize_t n = ::write(fd, contents.data() + written, contents.size() - written);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            ::close(fd);
-            ::unlink(temporary.c_str());
-            return false;
-        }
-        written += static_cast<std::size_t>(n);
-    }
-    bool synced = ::fsync(fd) == 0;
+    bool written = writeAll(fd, contents);
+    bool synced = written && ::fsync(fd) == 0;
     bool closed = ::close(fd) == 0;
     if (!synced || !closed || ::rename(temporary.c_str(), path.c_str()) != 0) {
         ::unlink(temporary.c_str());
